@@ -49,6 +49,21 @@ typedef void (*REALPluginMainProc)(REALResolver lookup);
 
 #define REAL_PLUGIN_INTERFACE_VERSION 9
 
+/* The public head of a host string. Hosts before 2013 let a plugin that holds a lock read the
+ * bytes in place: `buffer` holds a one-byte length prefix (legacy, not to be trusted for long
+ * strings), then `length` bytes of text, then a zero byte. Everything else is the host's. */
+struct REALstringStruct {
+    int32_t hostPrivate0;
+    int32_t length;
+    uint8_t* buffer;
+    uint32_t encoding;
+    int32_t hostPrivate1;
+};
+
+/* A memory block made by "PtrToMemoryBlock" wraps foreign bytes: "memoryBlockGetSize" answers
+ * REAL_MEMORYBLOCK_UNKNOWN_SIZE for it. */
+#define REAL_MEMORYBLOCK_UNKNOWN_SIZE (-1)
+
 /* ---- Encodings (32-bit host encoding numbers) ---------------------------------------------- */
 #define kREALTextEncodingMacRoman 0x00000000u
 #define kREALTextEncodingUTF16 0x00000100u /* machine order */
