@@ -1,0 +1,64 @@
+// The reference host runtime: the services a plugin resolves by name, the objects behind its
+// handles, and the reference accounting that tests read back.
+//
+// One host per process: call configure() once, then loadPlugin() (or hand lookup() to a plugin
+// linked into the test). Everything runs on the calling thread.
+#ifndef TQVHOST_HOST_H
+#define TQVHOST_HOST_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tqvhost {
+
+enum class AppKind { Desktop, Console, Web, None };
+
+struct Config {
+    double version = 2013.0;         // answered by "REALGetRBVersion"
+    AppKind app = AppKind::Desktop;  // which application class exists (picture back end)
+    std::set<std::string> withheld;  // service names that lookup() answers with nullptr
+    int desktopDepth = 32;           // depth of newPicture(w, h, 32) on a desktop host
+    std::string frameworksDir;       // exported as TQV_FRAMEWORKS_DIR when not empty
+};
+
+// Sets the host configuration; call once per process before any plugin call.
+void configure(const Config& config);
+const Config& config();
+
+// The resolver handed to plugins: service name -> address, nullptr for withheld or unknown names.
+extern "C" void* lookup(const char* name);
+
+// References the plugin holds right now: locks it took minus those it released, by kind
+// ("object", "string", "memoryblock", "picture", "folderitem", "graphics").
+struct Live {
+    int64_t total = 0;
+    std::map<std::string, int64_t> byKind;
+};
+Live live();
+
+// Accounting faults seen since the last call (double releases, unlocks of dead or unknown
+// handles, results returned without a lock). Each is also printed to stderr when it happens.
+std::vector<std::string> takeAccountingErrors();
+
+// The exception the plugin raised with "RuntimeRaiseException" since the last call, if any.
+struct RaisedException {
+    std::string className, message;
+};
+std::optional<RaisedException> takeRaisedException();
+
+// dlopen()s the plugin and calls its REALPluginMain(lookup). False with *error set on failure.
+bool loadPlugin(const std::string& path, std::string* error);
+
+// Number of "REALYieldToRB" calls so far.
+int64_t yields();
+
+// Ticks of 1/60 s from a monotonic clock.
+int64_t ticks();
+
+}  // namespace tqvhost
+
+#endif  // TQVHOST_HOST_H
