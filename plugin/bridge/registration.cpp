@@ -1,0 +1,384 @@
+// The registered vocabulary, as data, and its registration.
+//
+// The tables hold every row in its final registration order. A row whose function is still nil
+// (kLater) belongs to a feature that is not built in yet and is left out when the tables are
+// registered; adding a feature means filling in its rows' functions.
+#include "bridge/registration.h"
+
+#include <tiffio.h>
+
+#include <cstddef>
+#include <iterator>
+#include <vector>
+
+#include "bridge/entry_guard.h"
+#include "bridge/services.h"
+#include "session/messages.h"
+#include "session/open_close.h"
+#include "session/picture_properties.h"
+#include "session/tiff_data.h"
+
+namespace tqv {
+namespace {
+
+// The function of a row whose feature is not built in yet.
+constexpr std::nullptr_t kLater = nullptr;
+
+constexpr intptr_t kYieldTicksOffset = offsetof(TiffData, yield) + offsetof(YieldData, YieldTicks);
+
+REALproperty tiffProperties[] = {
+    {nullptr, "JPEGQuality", "Integer", 6, kLater, kLater, 0},          // read-write
+    {nullptr, "BytesPerRow", "Integer", 6, kLater, kLater, 0},          // read-only
+    {nullptr, "FillOrder", "Integer", 6, kLater, kLater, 0},            // read-write
+    {nullptr, "Width", "Integer", 6, kLater, kLater, 0},                // read-write
+    {nullptr, "Height", "Integer", 6, kLater, kLater, 0},               // read-write
+    {nullptr, "RowsPerStrip", "Integer", 6, kLater, kLater, 0},         // read-write
+    {nullptr, "Version", "Integer", 6, kLater, kLater, 0},              // read-only
+    {nullptr, "VersionString", "String", 6, kLater, kLater, 0},         // read-only
+    {nullptr, "BitsPerSample", "Integer", 6, kLater, kLater, 0},        // read-write
+    {nullptr, "SamplesPerPixel", "Integer", 6, kLater, kLater, 0},      // read-write
+    {nullptr, "Orientation", "Integer", 6, kLater, kLater, 0},          // read-write
+    {nullptr, "HorizontalResolution", "Single", 6, kLater, kLater, 0},  // read-write
+    {nullptr, "VerticalResolution", "Single", 6, kLater, kLater, 0},    // read-write
+    {nullptr, "ResolutionUnit", "Integer", 6, kLater, kLater, 0},       // read-write
+    {nullptr, "Compression", "Integer", 6, kLater, kLater, 0},          // read-write
+    {nullptr, "Photometric", "Integer", 6, kLater, kLater, 0},          // read-write
+    {nullptr, "PlanarConfig", "Integer", 6, kLater, kLater, 0},         // read-write
+    {nullptr, "HorizontalPosition", "Single", 6, kLater, kLater, 0},    // read-write
+    {nullptr, "VerticalPosition", "Single", 6, kLater, kLater, 0},      // read-write
+    {nullptr, "Copyright", "String", 6, kLater, kLater, 0},             // read-write
+    {nullptr, "DateTime", "String", 6, kLater, kLater, 0},              // read-write
+    {nullptr, "DocumentName", "String", 6, kLater, kLater, 0},          // read-write
+    {nullptr, "HostComputer", "String", 6, kLater, kLater, 0},          // read-write
+    {nullptr, "ImageDescription", "String", 6, kLater, kLater, 0},      // read-write
+    {nullptr, "Make", "String", 6, kLater, kLater, 0},                  // read-write
+    {nullptr, "Model", "String", 6, kLater, kLater, 0},                 // read-write
+    {nullptr, "PageName", "String", 6, kLater, kLater, 0},              // read-write
+    {nullptr, "Software", "String", 6, kLater, kLater, 0},              // read-write
+    {nullptr, "ExtraSamples", "MemoryBlock", 6, kLater, kLater, 0},     // read-write
+    {nullptr, "InputBuffer", "String", 6, kLater, kLater, 0},           // read-only
+    {nullptr, "OutputBuffer", "String", 6, kLater, kLater, 0},          // read-only
+    {nullptr, "YieldTicks", "Integer", 6, REALstandardGetter, REALstandardSetter, kYieldTicksOffset},
+    {nullptr, "Pict", "Picture", 0x40002, EntryAccessor<&GetPict>(), EntryAccessor<&SetPict>(), 0},
+    {nullptr, "Mask", "Picture", 0x40002, EntryAccessor<&GetMask>(), EntryAccessor<&SetMask>(), 0},
+};
+
+REALmethodDefinition tiffMethods[] = {
+    {kLater, nullptr,
+     "GetColorMap(byref red as memoryblock, byref green as memoryblock, byref blue as memoryblock) as "
+     "boolean",
+     4},
+    {kLater, nullptr, "SetColorMap(red as memoryblock, green as memoryblock, blue as memoryblock) as boolean",
+     4},
+    {kLater, nullptr,
+     "AddCustomTag(Tag as integer, FieldReadCount as integer, FieldWriteCount as integer, FieldType as "
+     "integer, FieldBit as integer, OkToChange as integer, PassCount as integer, FieldName as string) as "
+     "boolean",
+     4},
+    {kLater, nullptr, "GetData(Tag as integer) as string", 4},
+    {kLater, nullptr, "SetData(Tag as integer, data as string) as boolean", 4},
+    {kLater, nullptr, "GetColorProfile as string", 4},
+    {kLater, nullptr, "SetColorProfile(ProfileData as String) as boolean", 4},
+    {kLater, nullptr, "GetXMP as string", 4},
+    {kLater, nullptr, "SetXMP(ProfileData as String) as boolean", 4},
+    {kLater, nullptr, "GetField(Tag as integer, mem as memoryblock) as boolean", 4},
+    {kLater, nullptr, "GetFieldCount(Tag as integer, byref count as integer, mem as memoryblock) as boolean",
+     4},
+    {kLater, nullptr, "GetFieldMemory(Tag as integer, byref ItemCount as integer) as memoryblock", 4},
+    {kLater, nullptr, "SetFieldMemory(Tag as integer, ItemCount as integer, data as memoryblock) as boolean",
+     4},
+    {kLater, nullptr, "SetFieldString(Tag as integer, value as string) as boolean", 4},
+    {kLater, nullptr, "GetFieldString(Tag as integer, byref value as string) as boolean", 4},
+    {kLater, nullptr, "GetFieldDefaultedString(Tag as integer, byref value as String) as boolean", 4},
+    {kLater, nullptr, "SetFieldInteger(Tag as integer, value as integer) as boolean", 4},
+    {kLater, nullptr, "GetFieldInteger(Tag as integer, byref value as integer) as boolean", 4},
+    {kLater, nullptr, "GetFieldDefaultedInteger(Tag as integer, byref value as integer) as boolean", 4},
+    {kLater, nullptr, "SetFieldShort(Tag as integer, value as integer) as boolean", 4},
+    {kLater, nullptr, "GetFieldShort(Tag as integer, byref value as integer) as boolean", 4},
+    {kLater, nullptr, "GetFieldDefaultedShort(Tag as integer, byref value as integer) as boolean", 4},
+    {kLater, nullptr, "SetFieldDouble(Tag as integer, value as double) as boolean", 4},
+    {kLater, nullptr, "GetFieldDouble(Tag as integer, byref value as double) as boolean", 4},
+    {kLater, nullptr, "GetFieldDefaultedDouble(Tag as integer, byref value as double) as boolean", 4},
+    {kLater, nullptr, "SetFieldSingle(Tag as integer, value as Single) as boolean", 4},
+    {kLater, nullptr, "GetFieldSingle(Tag as integer, byref value as Single) as boolean", 4},
+    {kLater, nullptr, "GetFieldDefaultedSingle(Tag as integer, byref value as Single) as boolean", 4},
+    {kLater, nullptr, "SetFieldByte(Tag as integer, value as integer) as boolean", 4},
+    {kLater, nullptr, "GetFieldByte(Tag as integer, byref value as integer) as boolean", 4},
+    {kLater, nullptr, "GetFieldDefaultedByte(Tag as integer, byref value as integer) as boolean", 4},
+    {kLater, nullptr, "CombinePictureWithMask as picture", 0x40000},
+    {kLater, nullptr, "FlushData as boolean", 4},
+    {kLater, nullptr, "Flush as boolean", 4},
+    {kLater, nullptr, "NextImage(HeaderOnly as boolean) as boolean", 4},
+    {kLater, nullptr, "NextImage as boolean", 4},
+    {kLater, nullptr, "SaveImage as boolean", 4},
+    {kLater, nullptr, "RewriteDirectory as boolean", 4},
+    {kLater, nullptr, "AddImage as boolean", 4},
+    {kLater, nullptr, "IsLastImage as boolean", 4},
+    {kLater, nullptr, "ImageCount as integer", 4},
+    {kLater, nullptr, "SetImageIndex(index as integer) as boolean", 4},
+    {kLater, nullptr, "SetImageIndex(index as integer, HeaderOnly as boolean) as boolean", 4},
+    {kLater, nullptr, "ImageIndex as integer", 4},
+    {kLater, nullptr, "WriteRGB as boolean", 4},
+    {kLater, nullptr, "WriteGray as boolean", 4},
+    {kLater, nullptr, "WriteBW as boolean", 4},
+    {kLater, nullptr, "ReadPreviewRGB(ReduceFactor as integer) as boolean", 4},
+    {kLater, nullptr, "ReadRGB as boolean", 4},
+    {kLater, nullptr, "ReadRGB(byref ErrorMessage as string) as memoryblock", 4},
+    {kLater, nullptr, "ReadBW as boolean", 4},
+    {kLater, nullptr,
+     "ReadBW(left as integer, top as integer, width as integer, height as integer) as boolean", 4},
+    {kLater, nullptr, "ReadPreviewBW as boolean", 4},
+    {kLater, nullptr,
+     "ReadPreviewBW(left as integer, top as integer, width as integer, height as integer) as boolean", 4},
+    {kLater, nullptr, "ReadWithLUT(ColorLookupTable() as color) as boolean", 4},
+    {kLater, nullptr,
+     "ReadWithLUT(ColorLookupTable() as color, left as integer, top as integer, width as integer, height as "
+     "integer) as boolean",
+     4},
+    {EntryMethod<&CloseTiff>(), nullptr, "Close", 4},
+    {kLater, nullptr, "Scanline(mem as memoryblock, index as integer, sample as integer = 0) as boolean", 4},
+    {kLater, nullptr, "Scanline(index as integer, sample as integer = 0) as memoryblock", 4},
+    {kLater, nullptr, "Scanlines(index as integer, count as integer, sample as integer = 0) as memoryblock",
+     4},
+    {EntryMethod<&CreateTiff2>(), nullptr, "Create(file as folderitem, endian as integer) as boolean", 4},
+    {EntryMethod<&CreateTiff1>(), nullptr, "Create(file as folderitem) as boolean", 4},
+    {EntryMethod<&OpenTiff1>(), nullptr, "Open(file as folderitem) as boolean", 4},
+    {kLater, nullptr, "OpenString(data as string) as boolean", 4},
+    {kLater, nullptr, "CreateString(Size as integer) as boolean", 4},
+    {EntryMethod<&OpenTiff2>(), nullptr, "Open(file as folderitem, Mode as string) as boolean", 4},
+    {kLater, nullptr, "OpenString(data as string, Mode as string) as boolean", 4},
+    {kLater, nullptr, "CreateString(Size as integer, Mode as string) as boolean", 4},
+    {kLater, nullptr, "MirrorVertical(output as TiffPictureTQV) as boolean", 4},
+    {kLater, nullptr, "ReadRGBMemoryBegin(byref ErrorMessage as string) as boolean", 4},
+    {kLater, nullptr,
+     "ReadRGBMemoryStep(x as integer, y as integer, width as integer, height as integer) as memoryblock", 4},
+    {kLater, nullptr, "ReadRGBMemoryEnd", 4},
+};
+
+REALconstant constants[] = {
+    {"kCompressionNone = 1", nullptr, 0},
+    {"kCompressionCCITTRLE = 2", nullptr, 0},
+    {"kCompressionCCITTFAX3 = 3", nullptr, 0},
+    {"kCompressionCCITT_T4 = 3", nullptr, 0},
+    {"kCompressionCCITTFAX4 = 4", nullptr, 0},
+    {"kCompressionCCITT_T6 = 4", nullptr, 0},
+    {"kCompressionLZW = 5", nullptr, 0},
+    {"kCompressionOJPEG = 6", nullptr, 0},
+    {"kCompressionJPEG = 7", nullptr, 0},
+    {"kCompressionNeXT = 32766", nullptr, 0},
+    {"kCompressionCCITTRLEW = 32771", nullptr, 0},
+    {"kCompressionPackBits = 32773", nullptr, 0},
+    {"kCompressionThunderScan = 32809", nullptr, 0},
+    {"kCompressionIT8CTPAD = 32895", nullptr, 0},
+    {"kCompressionIT8LW = 32896", nullptr, 0},
+    {"kCompressionIT8MP = 32897", nullptr, 0},
+    {"kCompressionIT8BL = 32898", nullptr, 0},
+    {"kCompressionPixarFilm = 32908", nullptr, 0},
+    {"kCompressionPixarLog = 32909", nullptr, 0},
+    {"kCompressionDeflate = 32946", nullptr, 0},
+    {"kCompressionAdobeDeflate = 8", nullptr, 0},
+    {"kCompressionDCS = 32947", nullptr, 0},
+    {"kCompressionJBIG = 34661", nullptr, 0},
+    {"kCompressionSGILOG = 34676", nullptr, 0},
+    {"kCompressionSGILOG24 = 34677", nullptr, 0},
+    {"kCompressionJP2000 = 34712", nullptr, 0},
+    {"kCompressionLZMA = 34925", nullptr, 0},
+    {"kPlanarConfigContig = 1", nullptr, 0},
+    {"kPlanarConfigSeparate = 2", nullptr, 0},
+    {"kPhotometricMinIsWhite = 0", nullptr, 0},
+    {"kPhotometricMinIsBlack = 1", nullptr, 0},
+    {"kPhotometricRGB = 2", nullptr, 0},
+    {"kPhotometricPalette = 3", nullptr, 0},
+    {"kPhotometricMask = 4", nullptr, 0},
+    {"kPhotometricSeparated = 5", nullptr, 0},
+    {"kPhotometricYCBCR = 6", nullptr, 0},
+    {"kPhotometricCIELab = 8", nullptr, 0},
+    {"kPhotometricICCLab = 9", nullptr, 0},
+    {"kPhotometricITULab = 10", nullptr, 0},
+    {"kPhotometricLogL = 32844", nullptr, 0},
+    {"kPhotometricLogLUV = 32845", nullptr, 0},
+    {"kFillOrderMSB2LSB = 1", nullptr, 0},
+    {"kFillOrderLSB2MSB = 2", nullptr, 0},
+    {"kResUnitNone = 1", nullptr, 0},
+    {"kResUnitInch = 2", nullptr, 0},
+    {"kResUnitCentimeter = 3", nullptr, 0},
+    {"kOrientationTopLeft = 1", nullptr, 0},
+    {"kOrientationTopRight = 2", nullptr, 0},
+    {"kOrientationBottomRight = 3", nullptr, 0},
+    {"kOrientationBottomLeft = 4", nullptr, 0},
+    {"kOrientationLeftTop = 5", nullptr, 0},
+    {"kOrientationRightTop = 6", nullptr, 0},
+    {"kOrientationRightBottom = 7", nullptr, 0},
+    {"kOrientationLeftBottom = 8", nullptr, 0},
+};
+
+REALmethodDefinition folderitemMethods[] = {
+    {kLater, nullptr, "OpenAsTiffTQV(HeaderOnly as boolean=false) as TiffPictureTQV", 4},
+};
+
+REALmethodDefinition globalMethod[] = {
+    {kLater, nullptr, "TIFFStringToTiffPictureTQV(data as string) as TiffPictureTQV", 4},
+    {kLater, nullptr, "TIFFStringToPictureTQV(data as string) as picture", 0x40000},
+};
+
+REALevent TiffEvents[] = {
+    {"Error(libModule as string, message as string)", 0},
+    {"Warning(libModule as string, message as string)", 0},
+    {"Progress(line as integer, total as integer)", 0},
+};
+
+// The rows that are registered: copies of the table rows that have functions, in table order.
+template <typename Row, size_t N>
+std::vector<Row> Implemented(Row (&rows)[N]) {
+    std::vector<Row> out;
+    for (const Row& row : rows) {
+        if (row.function != nullptr) out.push_back(row);
+    }
+    return out;
+}
+
+std::vector<REALproperty> ImplementedProperties() {
+    std::vector<REALproperty> out;
+    for (const REALproperty& row : tiffProperties) {
+        if (row.getter != nullptr) out.push_back(row);
+    }
+    return out;
+}
+
+// Live for the process: the host keeps pointers into them.
+std::vector<REALproperty> gProperties;
+std::vector<REALmethodDefinition> gMethods, gFolderitemMethods, gGlobalMethods;
+
+template <typename Row>
+Row* Data(std::vector<Row>& rows) {
+    return rows.empty() ? nullptr : rows.data();
+}
+
+void BuildTables() {
+    gProperties = ImplementedProperties();
+    gMethods = Implemented(tiffMethods);
+    gFolderitemMethods = Implemented(folderitemMethods);
+    gGlobalMethods = Implemented(globalMethod);
+    tiffClass.properties = Data(gProperties);
+    tiffClass.propertyCount = static_cast<uint32_t>(gProperties.size());
+    tiffClass.methods = Data(gMethods);
+    tiffClass.methodCount = static_cast<uint32_t>(gMethods.size());
+    folderitemClass.methods = Data(gFolderitemMethods);
+    folderitemClass.methodCount = static_cast<uint32_t>(gFolderitemMethods.size());
+}
+
+constexpr double kConsoleFlagsFrom = 2010.029;
+constexpr uint32_t kMarkers = REALconsoleOnlyFrom2010 | REALwebOnlyFrom2010 | REALflagReserved100000;
+
+void MyREALRegisterClass(REALclassDefinition* definition) {
+    definition->dataSize = (definition->dataSize + 15u) & ~15u;
+    REALRegisterClass(definition);
+}
+
+void MyREALRegisterClassExtension(REALclassDefinition* definition) {
+    // An extension without methods (its feature not built in) would only add an empty name.
+    if (definition->methodCount > 0) REALRegisterClassExtension(definition);
+}
+
+void MyREALRegisterMethodArray(std::vector<REALmethodDefinition>& methods) {
+    for (REALmethodDefinition& method : methods) REALRegisterMethod(&method);
+}
+
+void MyPluginEnde() {}
+
+}  // namespace
+
+REALclassDefinition tiffClass = {
+    REAL_PLUGIN_INTERFACE_VERSION,
+    "TiffPictureTQV",
+    nullptr,
+    sizeof(TiffData),
+    0,
+    EntryMethodAs<REALConstructorProc, &TiffConstructor>(),
+    EntryMethodAs<REALDestructorProc, &TiffDestructor>(),
+    nullptr,
+    0,
+    nullptr,
+    0,
+    TiffEvents,
+    static_cast<uint32_t>(std::size(TiffEvents)),
+    constants,
+    static_cast<uint32_t>(std::size(constants)),
+    REALconsoleSafe,
+    nullptr,
+    0,
+    nullptr,
+    0,
+    0,
+};
+
+REALclassDefinition folderitemClass = {
+    REAL_PLUGIN_INTERFACE_VERSION,
+    "Folderitem",
+    nullptr,
+    0,
+    0,
+    nullptr,
+    nullptr,
+    nullptr,
+    0,
+    nullptr,
+    0,
+    nullptr,
+    0,
+    nullptr,
+    0,
+    REALconsoleSafe,
+    nullptr,
+    0,
+    nullptr,
+    0,
+    0,
+};
+
+intptr_t EventWord(TiffEvent event) {
+    return TiffEvents[static_cast<size_t>(event)].forSystemUse;
+}
+
+uint32_t FixConsoleFlags(uint32_t flags) {
+    uint32_t added = 0;
+    if (rbversion_rbversion >= kConsoleFlagsFrom) {
+        if (flags & REALconsoleOnlyFrom2010) added |= 4;
+        if (flags & REALwebOnlyFrom2010) added |= 8;
+    }
+    return (flags & ~kMarkers) | added;
+}
+
+void FixConsoleFlags(REALmethodDefinition* methods, uint32_t count) {
+    for (uint32_t i = 0; methods != nullptr && i < count; ++i)
+        methods[i].flags = FixConsoleFlags(methods[i].flags);
+}
+
+static void FixConsoleFlags(REALproperty* properties, uint32_t count) {
+    for (uint32_t i = 0; properties != nullptr && i < count; ++i) {
+        properties[i].flags = FixConsoleFlags(properties[i].flags);
+    }
+}
+
+void FixConsoleFlags(REALclassDefinition* definition) {
+    definition->flags = FixConsoleFlags(definition->flags);
+    FixConsoleFlags(definition->methods, definition->methodCount);
+    FixConsoleFlags(definition->properties, definition->propertyCount);
+    FixConsoleFlags(definition->sharedMethods, definition->sharedMethodCount);
+    FixConsoleFlags(definition->sharedProperties, definition->sharedPropertyCount);
+}
+
+void PluginEntry() {
+    TIFFSetErrorHandler(MyTIFFErrorHandler);
+    TIFFSetWarningHandler(MyTIFFWarningHandler);
+    BuildTables();
+    FixConsoleFlags(&tiffClass);
+    FixConsoleFlags(&folderitemClass);
+    FixConsoleFlags(Data(gGlobalMethods), static_cast<uint32_t>(gGlobalMethods.size()));
+    MyREALRegisterClass(&tiffClass);
+    MyREALRegisterClassExtension(&folderitemClass);
+    MyREALRegisterMethodArray(gGlobalMethods);
+    MyPluginEnde();
+}
+
+}  // namespace tqv

@@ -1,0 +1,76 @@
+#include "session/open_close.h"
+
+#include <utility>
+
+#include "bridge/path.h"
+#include "bridge/text.h"
+#include "bridge/values.h"
+#include "session/messages.h"
+#include "session/tiff_data.h"
+
+namespace tqv {
+namespace {
+
+// Only the handle: pictures, the input string and the output buffer outlive a file open.
+void CloseHandle(TiffData* record) {
+    if (TIFF* tiff = std::exchange(record->tiff, nullptr)) TIFFClose(tiff);
+}
+
+bool RefuseNilFile(REALfolderItem file) {
+    if (file != nullptr) return false;
+    RaiseException("NilObjectException", "folderitem is nil", kREALTextEncodingASCII);
+    return true;
+}
+
+// A folder item the host cannot place has no path; libtiff is not asked to open nil.
+bool OpenPath(TiffData* record, REALfolderItem file, const char* mode) {
+    rbPath path(file);
+    const char* unixPath = path.GetUnixPath();
+    if (unixPath == nullptr) return false;
+    record->tiff = TIFFOpen(unixPath, mode);
+    return record->tiff != nullptr;
+}
+
+const char* CreateMode(int32_t endian) {
+    switch (endian) {
+        case 2:
+            return "wl";
+        case 1:
+            return "wb";
+        default:
+            return "w";
+    }
+}
+
+}  // namespace
+
+bool OpenTiff2(REALobject self, REALfolderItem file, REALstring mode) {
+    TiffData* record = TiffDataOf(self);
+    if (RefuseNilFile(file) || record == nullptr) return false;
+    current = self;
+    CloseHandle(record);
+    rbText modeText(mode);
+    return OpenPath(record, file, mode != nullptr ? modeText.GetASCII() : "r");
+}
+
+bool OpenTiff1(REALobject self, REALfolderItem file) {
+    return OpenTiff2(self, file, nullptr);
+}
+
+bool CreateTiff2(REALobject self, REALfolderItem file, int32_t endian) {
+    TiffData* record = TiffDataOf(self);
+    if (RefuseNilFile(file) || record == nullptr) return false;
+    CloseHandle(record);
+    current = self;
+    return OpenPath(record, file, CreateMode(endian));
+}
+
+bool CreateTiff1(REALobject self, REALfolderItem file) {
+    return CreateTiff2(self, file, 0);
+}
+
+void CloseTiff(REALobject self) {
+    if (TiffData* record = TiffDataOf(self)) CloseHandle(record);
+}
+
+}  // namespace tqv

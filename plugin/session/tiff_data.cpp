@@ -1,0 +1,66 @@
+#include "session/tiff_data.h"
+
+#include <utility>
+
+#include "bridge/registration.h"
+#include "bridge/services.h"
+#include "session/messages.h"
+
+namespace tqv {
+namespace {
+
+template <typename T>
+void ReleasePicture(T& field) {
+    if (auto* picture = std::exchange(field, nullptr))
+        REALUnlockObject(reinterpret_cast<REALobject>(picture));
+}
+
+}  // namespace
+
+TiffData* TiffDataOf(REALobject object) {
+    if (object == nullptr) return nullptr;
+    return reinterpret_cast<TiffData*>(reinterpret_cast<char*>(object) + tiffClass.dataOffset);
+}
+
+void FillLibraryAddresses(TiffData* record) {
+    record->setField = &TIFFSetField;
+    record->getField = &TIFFGetField;
+    record->readScanline = &TIFFReadScanline;
+    record->scanlineSize = &TIFFScanlineSize;
+    record->writeScanline = &TIFFWriteScanline;
+    record->getFieldDefaulted = &TIFFGetFieldDefaulted;
+}
+
+void TiffClean(TiffData* record) {
+    if (record == nullptr) return;
+    if (TIFFRGBAImage* image = std::exchange(record->rgbaImage, nullptr)) {
+        TIFFRGBAImageEnd(image);
+        FreeMemoryNow(image);
+    }
+    // Closing a handle opened for writing writes its pending directory.
+    if (TIFF* tiff = std::exchange(record->tiff, nullptr)) TIFFClose(tiff);
+    ReleasePicture(record->Mask);
+    ReleasePicture(record->Pict);
+    if (REALstring input = std::exchange(record->inputString, nullptr)) REALUnlockString(input);
+    delete std::exchange(record->inputData, nullptr);
+    freeHandle(std::exchange(record->outputHandle, nullptr));
+    record->outputCapacity = 0;
+    record->outputLength = 0;
+    record->streamSize = 0;
+    record->streamPosition = 0;
+}
+
+void TiffConstructor(REALobject object) {
+    TiffData* record = TiffDataOf(object);
+    if (record == nullptr) return;
+    current = object;
+    record->progressEvent = REALGetEventInstance(object, EventWord(TiffEvent::Progress));
+    FillLibraryAddresses(record);
+}
+
+void TiffDestructor(REALobject object) {
+    TiffClean(TiffDataOf(object));
+    if (current == object) current = nullptr;
+}
+
+}  // namespace tqv

@@ -1,0 +1,60 @@
+// The instance record of a TiffPictureTQV object and its life cycle.
+#ifndef TQV_SESSION_TIFF_DATA_H
+#define TQV_SESSION_TIFF_DATA_H
+
+#include <tiffio.h>
+#include <tqv/plugin_abi.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "bridge/memory.h"
+#include "bridge/text.h"
+#include "bridge/yield.h"
+
+namespace tqv {
+
+// Lies inside each host object at the class's data offset; the host hands it over zero-filled.
+// The field order is public: code outside the plugin that is handed a record reads the six
+// library addresses at its end.
+struct TiffData {
+    REALpicture Mask;                // held mask picture, one lock
+    REALpicture Pict;                // held picture, one lock
+    TIFF* tiff;                      // the open TIFF (file or memory stream), or nil
+    int32_t outputCapacity;          // allocated bytes of outputHandle
+    int32_t outputLength;            // highest byte offset written to the output stream
+    RelocatableHandle outputHandle;  // bytes of the output stream, owned
+    void* progressEvent;             // handler of the Progress event, looked up at construction
+    YieldData yield;                 // YieldTicks (the YieldTicks property) and lastYieldTick
+    REALstring inputString;          // source of the input stream, one lock
+    rbData* inputData;               // owned byte view of inputString
+    uint64_t streamSize;             // length of the input stream (high half 0)
+    uint64_t streamPosition;         // position of whichever memory stream is open
+    TIFFRGBAImage* rgbaImage;        // pending RGBA memory read; AllocateClearMemory'd, owned
+    decltype(&TIFFSetField) setField;
+    decltype(&TIFFGetField) getField;
+    decltype(&TIFFReadScanline) readScanline;
+    decltype(&TIFFScanlineSize) scanlineSize;
+    decltype(&TIFFWriteScanline) writeScanline;
+    decltype(&TIFFGetFieldDefaulted) getFieldDefaulted;
+};
+static_assert(std::is_standard_layout_v<TiffData> && std::is_trivial_v<TiffData>);
+static_assert(sizeof(TiffData) % 16 == 0, "the host rounds instance data to 16 bytes");
+
+// The record of one of our objects; nil for nil.
+TiffData* TiffDataOf(REALobject object);
+
+// Fills the six library addresses, as every record (also a local one) must carry them.
+void FillLibraryAddresses(TiffData* record);
+
+// Releases everything the record holds: RGBA read state, the TIFF, both pictures, the input
+// string and its view, the output buffer; clears the stream counters.
+void TiffClean(TiffData* record);
+
+void TiffConstructor(REALobject object);
+void TiffDestructor(REALobject object);
+
+}  // namespace tqv
+
+#endif  // TQV_SESSION_TIFF_DATA_H
