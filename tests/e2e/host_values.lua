@@ -1,0 +1,61 @@
+-- The reference host against the fixture plugin: memory blocks and pictures crossing the boundary
+-- in both directions.
+local T = require("testlib")
+
+T.group("Memory blocks", function()
+  T.test("a block made by the plugin arrives with its bytes", function()
+    local o = FixtureTQV()
+    local mb = o:MakeBlock(300)
+    T.eq(mb.Size, 300)
+    T.eq(mb:Byte(0), 0); T.eq(mb:Byte(255), 255); T.eq(mb:Byte(299), 299 & 0xFF)
+    T.eq(o:BlockSize(mb), 300, "and goes back to the plugin")
+  end)
+
+  T.test("an empty block", function()
+    T.eq(FixtureTQV():MakeBlock(0).Size, 0)
+  end)
+
+  T.test("a block made by the program, read in machine order", function()
+    local mb = MemoryBlock(8)
+    mb:SetUInt32(4, 0x01020304)
+    mb:SetUInt16(0, 0xA1B2)
+    local native = string.pack("=I2", 0xA1B2)
+    T.eq(mb:Byte(0), native:byte(1)); T.eq(mb:Byte(1), native:byte(2))
+    T.eq(mb:UInt32(4), 0x01020304)
+    T.eq(mb:Bytes(4, 4), string.pack("=I4", 0x01020304))
+    T.eq(FixtureTQV():BlockSize(mb), 8)
+  end)
+
+  T.test("a nil block raises the plugin's exception", function()
+    T.raises("NilObjectException", "block is nil", function() FixtureTQV():BlockSize(nil) end)
+  end)
+
+  T.test("a block over foreign bytes has an unknown size", function()
+    T.eq(FixtureTQV():WrappedSize(), -1)
+  end)
+end)
+
+T.group("Pictures", function()
+  T.test("a picture made by the plugin", function()
+    local p = FixtureTQV():MakePicture(5, 4)
+    T.eq(p.Width, 5); T.eq(p.Height, 4)
+    p:SetPixel(4, 3, 1, 2, 3)
+    local r, g, b = p:Pixel(4, 3)
+    T.eq(r, 1); T.eq(g, 2); T.eq(b, 3)
+  end)
+
+  T.test("the plugin reads Width by property name", function()
+    local o = FixtureTQV()
+    T.eq(o:PictureWidth(NewPicture(7, 3, 32)), 7)
+    T.eq(o:PictureWidth(nil), -1)
+  end)
+
+  T.test("pictures of lower depths are pictures too", function()
+    local o = FixtureTQV()
+    for _, depth in ipairs({ 32, 24, 8 }) do
+      T.eq(o:PictureWidth(NewPicture(2, 9, depth)), 2, "depth " .. depth)
+    end
+  end)
+end)
+
+T.finish()
