@@ -1,8 +1,150 @@
+// tqvhost: runs Lua host programs against a plugin, or describes what a plugin registers.
+//
+//   tqvhost [--host-version V] [--app desktop|console|web|none] [--withhold NAME]...
+//           [--desktop-depth D] [--frameworks DIR] [--plugin PATH] run SCRIPT.lua [ARGS...]
+//   tqvhost [options] describe [PLUGIN]
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
 
+#include "lua_host.h"
 #include "tqvhost/host.h"
+#include "tqvhost/registry.h"
 
-int main() {
-    std::fprintf(stderr, "tqvhost: not implemented yet\n");
+namespace {
+
+struct Options {
+    tqvhost::Config config;
+    std::string plugin;
+    std::string command;
+    std::vector<std::string> rest;
+};
+
+int usage() {
+    std::fprintf(
+        stderr,
+        "usage: tqvhost [--host-version V] [--app desktop|console|web|none] [--withhold NAME]...\n"
+        "               [--desktop-depth D] [--frameworks DIR] [--plugin PATH] run SCRIPT.lua [ARGS...]\n"
+        "       tqvhost [options] describe [PLUGIN]\n");
+    return 2;
+}
+
+std::string executableDir() {
+    char buf[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+    if (n <= 0) return ".";
+    std::string path(buf, static_cast<size_t>(n));
+    return path.substr(0, path.rfind('/'));
+}
+
+bool exists(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+// The built tree's path when it is there, else the install layout next to the executable.
+std::string builtOrInstalled(const char* built, const std::string& installed) {
+    return built[0] && exists(built) ? built : executableDir() + "/" + installed;
+}
+
+bool parseApp(const std::string& s, tqvhost::AppKind* app) {
+    static const char* const kNames[] = {"desktop", "console", "web", "none"};
+    for (int i = 0; i < 4; ++i)
+        if (s == kNames[i]) return *app = static_cast<tqvhost::AppKind>(i), true;
+    return false;
+}
+
+bool parseOptions(int argc, char** argv, Options* o) {
+    int i = 1;
+    for (; i < argc && std::strncmp(argv[i], "--", 2) == 0; ++i) {
+        std::string opt = argv[i];
+        if (i + 1 >= argc) return false;
+        std::string value = argv[++i];
+        if (opt == "--host-version")
+            o->config.version = std::strtod(value.c_str(), nullptr);
+        else if (opt == "--app" && parseApp(value, &o->config.app))
+            continue;
+        else if (opt == "--withhold")
+            o->config.withheld.insert(value);
+        else if (opt == "--desktop-depth")
+            o->config.desktopDepth = std::atoi(value.c_str());
+        else if (opt == "--frameworks")
+            o->config.frameworksDir = value;
+        else if (opt == "--plugin")
+            o->plugin = value;
+        else
+            return false;
+    }
+    if (i >= argc) return false;
+    o->command = argv[i++];
+    for (; i < argc; ++i) o->rest.emplace_back(argv[i]);
+    return true;
+}
+
+int describe(const Options& o) {
+    for (const auto& line : tqvhost::registry().describeLines) std::printf("%s\n", line.c_str());
+    return std::fflush(stdout) == 0 ? 0 : 1;
+    (void)o;
+}
+
+int traceback(lua_State* L) {
+    if (lua_type(L, 1) == LUA_TTABLE) {
+        lua_getfield(L, 1, "class");
+        lua_getfield(L, 1, "message");
+        if (lua_isstring(L, -2)) {
+            lua_pushfstring(L, "uncaught host exception %s: %s", lua_tostring(L, -2),
+                            lua_isstring(L, -1) ? lua_tostring(L, -1) : "");
+            luaL_traceback(L, L, lua_tostring(L, -1), 1);
+            return 1;
+        }
+        lua_pop(L, 2);
+    }
+    const char* msg = luaL_tolstring(L, 1, nullptr);
+    luaL_traceback(L, L, msg, 1);
     return 1;
+}
+
+int run(const Options& o) {
+    if (o.rest.empty()) return usage();
+    lua_State* L = luaL_newstate();
+    luaL_openlibs(L);
+    tqvhost::lua::installValues(L);
+    tqvhost::lua::installPlugin(L);
+    lua_createtable(L, static_cast<int>(o.rest.size()), 1);
+    for (size_t i = 0; i < o.rest.size(); ++i) {
+        lua_pushstring(L, o.rest[i].c_str());
+        lua_rawseti(L, -2, static_cast<lua_Integer>(i));
+    }
+    lua_setglobal(L, "arg");
+    lua_pushcfunction(L, traceback);
+    int status = luaL_loadfile(L, o.rest[0].c_str());
+    if (status == LUA_OK) status = lua_pcall(L, 0, 0, -2);
+    if (status != LUA_OK) std::fprintf(stderr, "tqvhost: %s\n", lua_tostring(L, -1));
+    lua_close(L);
+    return status == LUA_OK ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    if (!parseOptions(argc, argv, &o)) return usage();
+    if (o.command == "describe" && !o.rest.empty()) o.plugin = o.rest[0];
+    if (o.command != "describe" && o.command != "run") return usage();
+    if (o.plugin.empty()) o.plugin = builtOrInstalled(TQVHOST_DEFAULT_PLUGIN, "../lib/libTiffPictureTQV.so");
+    if (o.config.frameworksDir.empty())
+        o.config.frameworksDir = builtOrInstalled(TQVHOST_DEFAULT_FRAMEWORKS, "../lib/tqvhost/frameworks");
+    tqvhost::configure(o.config);
+    std::string error;
+    if (!tqvhost::loadPlugin(o.plugin, &error)) {
+        std::fprintf(stderr, "tqvhost: cannot load plugin %s: %s\n", o.plugin.c_str(), error.c_str());
+        return 1;
+    }
+    return o.command == "describe" ? describe(o) : run(o);
 }

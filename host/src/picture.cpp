@@ -1,0 +1,255 @@
+// Picture handles and the picture services.
+#include "tqvhost/picture.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "../frameworks/gworld.h"
+#include "services.h"
+#include "tqvhost/host.h"
+
+namespace tqvhost {
+
+static_assert(offsetof(REALpixelRecord, width) == 4 && offsetof(REALpixelRecord, height) == 8);
+static_assert(sizeof(void*) != 8 ||
+              (offsetof(REALpixelRecord, storage) == 7224 && offsetof(REALpixelRecord, rows) == 7232));
+
+namespace {
+
+constexpr int64_t kMaxPixels = int64_t{1} << 28;  // keeps every byte count well inside int32/size_t
+int64_t gCacheClears = 0;
+
+long rowBytesFor(int32_t width, int32_t depth) {
+    long bits = static_cast<long>(width) * depth;
+    return ((bits + 31) / 32) * 4;  // rows padded to 32-bit words
+}
+
+bool supportedDepth(int32_t depth) {
+    return depth == 32 || depth == 24 || depth == 16 || depth == 8;
+}
+
+uint8_t expand5(unsigned v) {
+    return static_cast<uint8_t>((v << 3) | (v >> 2));
+}
+
+}  // namespace
+
+PictureHandle::PictureHandle(int32_t width, int32_t height, int32_t depth, PictureBackend backend)
+    : Handle(Kind::Picture), width_(width), height_(height), depth_(depth), backend_(backend) {
+    if (backend == PictureBackend::PixelRecord) {
+        depth_ = 32;
+        bytes_.assign(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, 0);
+        for (int32_t y = 0; y < height; ++y)
+            rows_.push_back(bytes_.data() + static_cast<size_t>(y) * width * 4);
+        record_ = std::make_unique<REALpixelRecord>();
+        std::memset(record_.get(), 0, sizeof(REALpixelRecord));
+        record_->width = width;
+        record_->height = height;
+        record_->storage = reinterpret_cast<uint32_t*>(bytes_.data());
+        record_->rows = rows_.data();
+        return;
+    }
+    long rowBytes = rowBytesFor(width, depth);
+    bytes_.assign(static_cast<size_t>(rowBytes) * static_cast<size_t>(height), 0);
+    pixMap_ =
+        std::make_unique<PixMapStruct>(PixMapStruct{bytes_.data(), rowBytes, static_cast<int16_t>(depth), 0});
+    world_ = std::make_unique<GWorldStruct>(GWorldStruct{pixMap_.get()});
+}
+
+PictureHandle::~PictureHandle() = default;
+
+void PictureHandle::destroy() {
+    mask = HostRef();
+    // The pixels go; the records stay (with null pointers) so that stale descriptions fail safely.
+    std::vector<uint8_t>().swap(bytes_);
+    std::vector<uint8_t*>().swap(rows_);
+    if (record_) record_->storage = nullptr, record_->rows = nullptr;
+    if (pixMap_) pixMap_->baseAddr = nullptr;
+}
+
+uint8_t* PictureHandle::pixelAddress(int32_t x, int32_t y) const {
+    auto* base = const_cast<uint8_t*>(bytes_.data());
+    if (backend_ == PictureBackend::PixelRecord) return base + (static_cast<size_t>(y) * width_ + x) * 4;
+    return base + static_cast<size_t>(y) * pixMap_->rowBytes + static_cast<size_t>(x) * depth_ / 8;
+}
+
+uint32_t PictureHandle::pixel(int32_t x, int32_t y) const {
+    const uint8_t* p = pixelAddress(x, y);
+    if (backend_ == PictureBackend::PixelRecord) return uint32_t{p[2]} << 16 | uint32_t{p[1]} << 8 | p[0];
+    switch (depth_) {
+        case 32:
+            return uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
+        case 24:
+            return uint32_t{p[0]} << 16 | uint32_t{p[1]} << 8 | p[2];
+        case 16: {
+            unsigned v = unsigned{p[0]} << 8 | p[1];
+            return uint32_t{expand5((v >> 10) & 31)} << 16 | uint32_t{expand5((v >> 5) & 31)} << 8 |
+                   expand5(v & 31);
+        }
+        default:
+            return uint32_t{p[0]} * 0x010101u;
+    }
+}
+
+void PictureHandle::setPixel(int32_t x, int32_t y, uint32_t rgb) {
+    uint8_t* p = pixelAddress(x, y);
+    uint8_t r = (rgb >> 16) & 0xFF, g = (rgb >> 8) & 0xFF, b = rgb & 0xFF;
+    if (backend_ == PictureBackend::PixelRecord) {
+        p[0] = b, p[1] = g, p[2] = r, p[3] = 0;
+        return;
+    }
+    switch (depth_) {
+        case 32:
+            p[0] = 0, p[1] = r, p[2] = g, p[3] = b;
+            break;
+        case 24:
+            p[0] = r, p[1] = g, p[2] = b;
+            break;
+        case 16: {
+            unsigned v = (unsigned{r} >> 3) << 10 | (unsigned{g} >> 3) << 5 | (unsigned{b} >> 3);
+            p[0] = static_cast<uint8_t>(v >> 8), p[1] = static_cast<uint8_t>(v);
+            break;
+        }
+        default:
+            p[0] = static_cast<uint8_t>((r * 77 + g * 150 + b * 29) >> 8);
+            break;
+    }
+}
+
+void PictureHandle::describe(REALpictureDescription* out) {
+    std::memset(out, 0, sizeof *out);
+    out->pictureType =
+        backend_ == PictureBackend::PixMap ? REALpictureTypePixMap : REALpictureTypePixelRecord;
+    out->pictureData = backend_ == PictureBackend::PixMap ? static_cast<void*>(world_.get()) : record_.get();
+    out->width = width_;
+    out->height = height_;
+    out->depth = depth_;
+}
+
+PictureHandle* makePicture(int32_t width, int32_t height, int32_t depth) {
+    if (width < 1 || height < 1 || int64_t{width} * height > kMaxPixels) return nullptr;
+    if (config().app != AppKind::Desktop)
+        return makeHandle<PictureHandle>(width, height, 32, PictureBackend::PixelRecord);
+    if (depth == 32) depth = config().desktopDepth;
+    if (!supportedDepth(depth)) return nullptr;
+    return makeHandle<PictureHandle>(width, height, depth, PictureBackend::PixMap);
+}
+
+static bool isPicture(Kind k) {
+    return k == Kind::Picture;
+}
+
+PictureHandle* asPicture(const void* address, const char* service) {
+    return static_cast<PictureHandle*>(Accounts::check(address, service, isPicture));
+}
+
+PictureHandle* maskOf(PictureHandle* picture) {
+    if (!picture->mask) {
+        auto* m = picture->backend() == PictureBackend::PixMap
+                      ? makeHandle<PictureHandle>(picture->width(), picture->height(), picture->depth(),
+                                                  PictureBackend::PixMap)
+                      : makeHandle<PictureHandle>(picture->width(), picture->height(), 32,
+                                                  PictureBackend::PixelRecord);
+        picture->mask = HostRef(m);
+    }
+    return picture->mask.as<PictureHandle>();
+}
+
+int64_t pictureCacheClears() {
+    return gCacheClears;
+}
+
+namespace {
+
+REALpicture handOut(PictureHandle* p) {
+    if (!p) return nullptr;
+    Accounts::give(p);
+    return static_cast<REALpicture>(p->address());
+}
+
+REALpicture newPicture(int32_t width, int32_t height, int32_t depth) {
+    return guarded<REALpicture>("newPicture", nullptr,
+                                [&] { return handOut(makePicture(width, height, depth)); });
+}
+
+REALpicture REALBuildPictureFromBuffer(int32_t width, int32_t height, int32_t pixelType, void* buffer,
+                                       int32_t rowBytes) {
+    return guarded<REALpicture>("REALBuildPictureFromBuffer", nullptr, [&]() -> REALpicture {
+        if (pixelType != REALpictureTypeBuffer || !buffer || width < 1 || rowBytes < int64_t{width} * 4)
+            return nullptr;
+        PictureHandle* p = makePicture(width, height, 32);
+        if (!p) return nullptr;
+        for (int32_t y = 0; y < height; ++y) {
+            const auto* row = static_cast<const uint8_t*>(buffer) + static_cast<size_t>(y) * rowBytes;
+            for (int32_t x = 0; x < width; ++x) {
+                uint32_t word;
+                std::memcpy(&word, row + static_cast<size_t>(x) * 4, 4);
+                p->setPixel(x, y, word & 0xFFFFFF);
+            }
+        }
+        return handOut(p);
+    });
+}
+
+REALpicture REALGetPictureMask(REALpicture pic, bool create) {
+    return guarded<REALpicture>("REALGetPictureMask", nullptr, [&]() -> REALpicture {
+        PictureHandle* p = asPicture(pic, "REALGetPictureMask");
+        if (!p || (!p->mask && !create)) return nullptr;
+        return handOut(maskOf(p));
+    });
+}
+
+REALgraphics pluginPictureGraphicsGetter(REALpicture pic) {
+    return guarded<REALgraphics>("pluginPictureGraphicsGetter", nullptr, [&]() -> REALgraphics {
+        PictureHandle* p = asPicture(pic, "pluginPictureGraphicsGetter");
+        if (!p) return nullptr;
+        auto* g = makeHandle<GraphicsHandle>(p);
+        Accounts::give(g);
+        return static_cast<REALgraphics>(g->address());
+    });
+}
+
+void REALPictureClearCache(REALpicture pic) {
+    if (PictureHandle* p = asPicture(pic, "REALPictureClearCache")) ++p->cacheClears, ++gCacheClears;
+}
+
+bool lockPictureDescription(REALpicture pic, REALpictureDescription* out) {
+    PictureHandle* p = asPicture(pic, "lockPictureDescription");
+    if (!p || !out) return false;
+    p->describe(out);
+    ++p->descriptionLocks;
+    return true;
+}
+
+// Only the picture's own kind of description is available: a pixel map is not a pixel record.
+bool REALLockPictureDescription(REALpicture pic, REALpictureDescription* out, int32_t wantedType) {
+    PictureHandle* p = asPicture(pic, "REALLockPictureDescription");
+    if (!p || !out) return false;
+    REALpictureDescription d;
+    p->describe(&d);
+    if (d.pictureType != wantedType) return false;
+    *out = d;
+    ++p->descriptionLocks;
+    return true;
+}
+
+// Unbalanced unlocks are tolerated: older hosts expect one after a failed lock.
+void unlockPictureDescription(REALpicture pic) {
+    PictureHandle* p = asPicture(pic, "unlockPictureDescription");
+    if (p && p->descriptionLocks > 0) --p->descriptionLocks;
+}
+
+}  // namespace
+
+void addPictureServices(ServiceTable& t) {
+    t["newPicture"] = service(&newPicture);
+    t["REALBuildPictureFromBuffer"] = service(&REALBuildPictureFromBuffer);
+    t["REALGetPictureMask"] = service(&REALGetPictureMask);
+    t["pluginPictureGraphicsGetter"] = service(&pluginPictureGraphicsGetter);
+    t["REALPictureClearCache"] = service(&REALPictureClearCache);
+    t["lockPictureDescription"] = service(&lockPictureDescription);
+    t["REALLockPictureDescription"] = service(&REALLockPictureDescription);
+    t["unlockPictureDescription"] = service(&unlockPictureDescription);
+}
+
+}  // namespace tqvhost
