@@ -99,7 +99,9 @@ void installHostClasses(AppKind app) {
     };
     static const char* const kApps[] = {"Application", "ConsoleApplication", "WebApplication"};
     if (app != AppKind::None) add(kApps[static_cast<int>(app)], ClassOrigin::HostApplication);
-    for (const char* e : {"NilObjectException", "OutOfMemoryException", "RuntimeException"})
+    for (const char* e :
+         {"NilObjectException", "OutOfMemoryException", "RuntimeException", "OutOfBoundsException",
+          "TypeMismatchException", "UnsupportedOperationException", "IOException"})
         add(e, ClassOrigin::HostException);
     for (const char* b : {"FolderItem", "Picture", "Graphics", "MemoryBlock"})
         add(b, ClassOrigin::HostBuiltin);
@@ -170,7 +172,7 @@ void addEvents(Class& cls, REALevent* rows, uint32_t count) {
         }
         Event& e = cls.events.emplace_back(Event{text, std::move(*decl), nullptr});
         rows[i].forSystemUse = reinterpret_cast<intptr_t>(&e);
-        describe({"event", text, hex(0)});
+        describe({"event", text});  // events carry no flags
     }
 }
 

@@ -53,6 +53,9 @@ std::optional<RaisedException> takeRaisedException();
 // dlopen()s the plugin and calls its REALPluginMain(lookup). False with *error set on failure.
 bool loadPlugin(const std::string& path, std::string* error);
 
+// Every service name lookup() can answer (withheld ones included), sorted.
+std::vector<std::string> serviceNames();
+
 // Number of "REALYieldToRB" calls so far.
 int64_t yields();
 
