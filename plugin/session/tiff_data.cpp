@@ -50,6 +50,12 @@ void TiffClean(TiffData* record) {
     record->streamPosition = 0;
 }
 
+void YieldToHost(REALobject self, TiffData* record) {
+    if (record == nullptr || record->yield.YieldTicks <= 0) return;
+    record->yield.DoYield();
+    current = self;
+}
+
 void TiffConstructor(REALobject object) {
     TiffData* record = TiffDataOf(object);
     if (record == nullptr) return;

@@ -52,6 +52,10 @@ void FillLibraryAddresses(TiffData* record);
 // string and its view, the output buffer; clears the stream counters.
 void TiffClean(TiffData* record);
 
+// The yield point of long pixel loops: yields only when YieldTicks is above 0, then makes `self`
+// the message target again, since the host may have run other objects' code meanwhile.
+void YieldToHost(REALobject self, TiffData* record);
+
 void TiffConstructor(REALobject object);
 void TiffDestructor(REALobject object);
 
