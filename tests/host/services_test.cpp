@@ -1,0 +1,188 @@
+// Service lookup, reference accounting and file references, through lookup() as a plugin uses them.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "host_test_support.h"
+#include "tqvhost/handles.h"
+#include "tqvhost/values.h"
+
+namespace tqvhost::test {
+namespace {
+
+const char* const kServices[] = {"RegisterPluginVersion",
+                                 "REALGetRBVersion",
+                                 "PluginRegisterClass",
+                                 "PluginRegisterClassExtension",
+                                 "PluginRegisterMethod",
+                                 "PluginNewInstance",
+                                 "REALLockObject",
+                                 "REALUnlockObject",
+                                 "GetEventInstance",
+                                 "RuntimeRaiseException",
+                                 "REALSetPropValueString",
+                                 "REALGetPropValueInt",
+                                 "REALLoadObjectMethod",
+                                 "pluginObjectType",
+                                 "REALLockString",
+                                 "REALUnlockString",
+                                 "REALBuildString",
+                                 "REALSetStringEncoding",
+                                 "REALGetStringEncoding",
+                                 "REALConvertString",
+                                 "PluginGetStringData",
+                                 "PluginDisposeStringData",
+                                 "newMemoryBlock",
+                                 "memoryBlockGetPtr",
+                                 "memoryBlockGetSize",
+                                 "PtrToMemoryBlock",
+                                 "RuntimeUBound",
+                                 "RuntimeDirectReadIntArray",
+                                 "newPicture",
+                                 "REALBuildPictureFromBuffer",
+                                 "REALGetPictureMask",
+                                 "pluginPictureGraphicsGetter",
+                                 "REALPictureClearCache",
+                                 "lockPictureDescription",
+                                 "REALLockPictureDescription",
+                                 "unlockPictureDescription",
+                                 "REALFSRefFromFolderItem",
+                                 "REALFSSpecFromFolderItem",
+                                 "REALLoadGlobalMethod",
+                                 "StringGetCString"};
+
+TEST(Lookup, AnswersEveryServiceAndNothingWithheldOrUnknown) {
+    configureOnce();
+    for (const char* name : kServices) EXPECT_NE(lookup(name), nullptr) << name;
+    EXPECT_EQ(lookup("REALYieldToRB"), nullptr);
+    EXPECT_EQ(lookup("NoSuchService"), nullptr);
+    EXPECT_EQ(lookup(nullptr), nullptr);
+}
+
+TEST(Lookup, HostGlobalLenB) {
+    auto load = service<REALLoadGlobalMethodProc>("REALLoadGlobalMethod");
+    auto lenB = reinterpret_cast<REALLenBProc>(load(nullptr, "LenB( s as string ) as integer"));
+    ASSERT_NE(lenB, nullptr);
+    EXPECT_EQ(load(nullptr, "NoSuch( s as string ) as integer"), nullptr);
+    auto build = service<REALBuildStringProc>("REALBuildString");
+    auto unlock = service<REALUnlockStringProc>("REALUnlockString");
+    REALstring s = build("abc\0d", 5);
+    EXPECT_EQ(lenB(s), 5);
+    unlock(s);
+}
+
+class Accounting : public HostTest {};
+
+TEST_F(Accounting, PluginLocksCountUntilReleased) {
+    auto newBlock = service<REALNewMemoryBlockProc>("newMemoryBlock");
+    auto lock = service<REALLockObjectProc>("REALLockObject");
+    auto unlock = service<REALUnlockObjectProc>("REALUnlockObject");
+    int64_t before = live().byKind["memoryblock"];
+    REALmemoryBlock mb = newBlock(16);
+    lock(reinterpret_cast<REALobject>(mb));
+    EXPECT_EQ(live().byKind["memoryblock"], before + 2);
+    unlock(reinterpret_cast<REALobject>(mb));
+    unlock(reinterpret_cast<REALobject>(mb));
+    EXPECT_EQ(live().byKind["memoryblock"], before);
+    EXPECT_EQ(newBlock(-1), nullptr);
+}
+
+TEST_F(Accounting, DoubleReleaseAndDeadHandlesAreReported) {
+    auto build = service<REALBuildStringProc>("REALBuildString");
+    auto unlock = service<REALUnlockStringProc>("REALUnlockString");
+    auto unlockObject = service<REALUnlockObjectProc>("REALUnlockObject");
+    REALstring s = build("x", 1);
+    unlock(s);
+    unlock(s);  // dead by now: reported, not undefined
+    int stack = 0;
+    unlockObject(reinterpret_cast<REALobject>(&stack));  // never a host handle
+    unlockObject(reinterpret_cast<REALobject>(s));       // a string is no object
+    auto errors = takeAccountingErrors();
+    ASSERT_EQ(errors.size(), 3u);
+    EXPECT_NE(errors[0].find("dead string"), std::string::npos) << errors[0];
+    EXPECT_NE(errors[1].find("not a host handle"), std::string::npos) << errors[1];
+}
+
+TEST_F(Accounting, PluginCannotReleaseTheHostsLock) {
+    auto unlock = service<REALUnlockObjectProc>("REALUnlockObject");
+    HostRef item(makeHandle<FolderItemHandle>("/tmp"));
+    unlock(static_cast<REALobject>(item.address()));
+    auto errors = takeAccountingErrors();
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_NE(errors[0].find("beyond the locks it holds"), std::string::npos) << errors[0];
+    EXPECT_FALSE(item.get()->dead());
+}
+
+class FileRefs : public HostTest {
+  protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        char tmpl[] = "/tmp/tqvhost-fsref-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir_ = tmpl;
+        existing_ = dir_ + "/existing.tif";
+        std::FILE* f = std::fopen(existing_.c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        std::fclose(f);
+    }
+    void TearDown() override {
+        std::remove(existing_.c_str());
+        rmdir(dir_.c_str());
+        HostTest::TearDown();
+    }
+    REALfolderItem item(HostRef& keep, const std::string& path) {
+        keep = HostRef(makeHandle<FolderItemHandle>(path));
+        return static_cast<REALfolderItem>(keep.address());
+    }
+    std::string dir_, existing_;
+    REALFSRefFromFolderItemProc fsRef = service<REALFSRefFromFolderItemProc>("REALFSRefFromFolderItem");
+    REALFSSpecFromFolderItemProc fsSpec = service<REALFSSpecFromFolderItemProc>("REALFSSpecFromFolderItem");
+};
+
+TEST_F(FileRefs, ExistingItemAnswersItsOwnPath) {
+    HostRef keep;
+    REALfileRef ref;
+    ASSERT_TRUE(fsRef(item(keep, existing_), &ref, nullptr));
+    EXPECT_STREQ(ref.path, existing_.c_str());
+}
+
+TEST_F(FileRefs, NewItemAnswersParentAndUtf16Name) {
+    HostRef keep;
+    REALfileRef ref;
+    REALunicodeName name;
+    std::string path = dir_ + "/n\xC3\xA9w.tif";  // "néw.tif"
+    EXPECT_FALSE(fsRef(item(keep, path), &ref, nullptr));
+    ASSERT_TRUE(fsRef(item(keep, path), &ref, &name));
+    EXPECT_EQ(std::string(ref.path), dir_);
+    ASSERT_EQ(name.length, 7);
+    EXPECT_EQ(name.unicode[0], u'n');
+    EXPECT_EQ(name.unicode[1], 0x00E9);
+    EXPECT_EQ(name.unicode[6], u'f');
+}
+
+TEST_F(FileRefs, MissingParentFails) {
+    HostRef keep;
+    REALfileRef ref;
+    REALunicodeName name;
+    REALfileSpec spec;
+    EXPECT_FALSE(fsRef(item(keep, dir_ + "/no/such.tif"), &ref, &name));
+    EXPECT_FALSE(fsSpec(&spec, item(keep, dir_ + "/no/such.tif")));
+}
+
+TEST_F(FileRefs, SpecHasMacRomanPascalNameUpTo63Bytes) {
+    HostRef keep;
+    REALfileSpec spec;
+    ASSERT_TRUE(fsSpec(&spec, item(keep, dir_ + "/caf\xC3\xA9.tif")));
+    EXPECT_EQ(std::string(spec.parent.path), dir_);
+    ASSERT_EQ(spec.name[0], 8);
+    EXPECT_EQ(spec.name[4], 0x8E);  // é in Mac Roman
+    EXPECT_TRUE(fsSpec(&spec, item(keep, dir_ + "/" + std::string(63, 'a'))));
+    EXPECT_FALSE(fsSpec(&spec, item(keep, dir_ + "/" + std::string(64, 'a'))));
+    EXPECT_FALSE(fsSpec(&spec, item(keep, dir_ + "/\xE4\xB8\xAD.tif")));  // not in Mac Roman
+}
+
+}  // namespace
+}  // namespace tqvhost::test
