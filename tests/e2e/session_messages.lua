@@ -5,7 +5,7 @@ package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. pack
 local F = require("session_tiffs")
 
 local function not_a_tiff(name)
-  return FolderItem(F.write(T.tmpfile(name), "plain text, not a TIFF"))
+  return FolderItem(F.write(F.tmp(T, name), "plain text, not a TIFF"))
 end
 
 T.group("routing", function()
@@ -25,7 +25,7 @@ T.group("routing", function()
   T.test("messages go to whichever object last became current", function()
     -- Five unknown tags: five warnings in one Open. The first warning's handler makes a new
     -- object, which becomes current and receives the rest.
-    local path = F.write(T.tmpfile("route_warnings.tif"), F.grey_1x1(5))
+    local path = F.write(F.tmp(T, "route_warnings.tif"), F.grey_1x1(5))
     local a = TiffPictureTQV()
     local to_a, to_c, c = 0, 0, nil
     a.Warning = function(self, module, message)
@@ -42,7 +42,7 @@ T.group("routing", function()
   end)
 
   T.test("destroying the current object clears it: later messages are dropped", function()
-    local path = F.write(T.tmpfile("route_destroyed.tif"), F.grey_1x1(3))
+    local path = F.write(F.tmp(T, "route_destroyed.tif"), F.grey_1x1(3))
     local a = TiffPictureTQV()
     local to_a = 0
     a.Warning = function()
@@ -62,7 +62,7 @@ T.group("routing", function()
     local t = TiffPictureTQV()
     T.eq(t:Open(not_a_tiff("no_handler.tif")), false)
     local w = TiffPictureTQV()
-    T.eq(w:Open(FolderItem(F.write(T.tmpfile("no_handler_warn.tif"), F.grey_1x1(2)))), true)
+    T.eq(w:Open(FolderItem(F.write(F.tmp(T, "no_handler_warn.tif"), F.grey_1x1(2)))), true)
     w:Close()
   end)
 
@@ -70,7 +70,7 @@ T.group("routing", function()
     local t = TiffPictureTQV()
     local module, message
     t.Warning = function(self, m, msg) module, message = tostring(m), tostring(msg) end
-    T.eq(t:Open(FolderItem(F.write(T.tmpfile("warn_text.tif"), F.grey_1x1(1)))), true)
+    T.eq(t:Open(FolderItem(F.write(F.tmp(T, "warn_text.tif"), F.grey_1x1(1)))), true)
     T.eq(module, "TIFFReadDirectory")
     T.truthy(message:find("65000", 1, true), "message names the tag: " .. tostring(message))
     t:Close()
@@ -81,7 +81,8 @@ T.group("message length", function()
   T.test("a message longer than the buffer is cut to 3,999 characters", function()
     -- A path of about 4,000 bytes in an existing folder: libtiff's "cannot open" message
     -- repeats it.
-    local folder = T.tmpfile("long")
+    local top = F.tmp(T, "long")
+    local folder = top
     for _ = 1, 15 do folder = folder .. "/" .. string.rep("d", 250) end
     assert(os.execute("mkdir -p '" .. folder .. "'"))
     local path = folder .. "/" .. string.rep("f", 4050 - #folder) .. ".tif"
@@ -89,6 +90,7 @@ T.group("message length", function()
     local message
     t.Error = function(self, m, msg) message = tostring(msg) end
     T.eq(t:Open(FolderItem(path)), false)
+    os.execute("rm -rf '" .. top .. "'")
     T.truthy(message, "error delivered")
     T.eq(#message, 3999, "length")
     T.eq(message, (path .. ": No such file or directory"):sub(1, 3999))

@@ -34,6 +34,14 @@ function M.size(path)
   local f = assert(io.open(path, "rb")); local n = f:seek("end"); f:close(); return n
 end
 
+-- Scratch paths unique to this process: ctest runs one script in several configurations at once.
+local unique = os.tmpname()
+os.remove(unique)
+local tag = unique:match("[^/]+$")
+function M.tmp(T, name)
+  return T.tmpfile(tag .. "_" .. name)
+end
+
 -- The byte order a "w" handle writes on this machine.
 M.native = string.pack("=I2", 1) == "\1\0" and "II" or "MM"
 
