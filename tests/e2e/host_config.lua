@@ -2,7 +2,7 @@
 --   tqvhost [--host-version V] [--app KIND] [--withhold NAME] --plugin TqvFixture run host_config.lua VERSION KIND
 -- VERSION is the host version the plugin must have learnt ("any": some positive version), KIND the
 -- application kind ("desktop", "console", "web", "none").
-local T = require("testlib")
+local T = require("host_strict")
 
 local wantVersion, wantKind = arg[1], arg[2]
 

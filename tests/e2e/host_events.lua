@@ -1,17 +1,18 @@
 -- The reference host against the fixture plugin: events, host exceptions and yielding.
 -- Handlers use their `self` argument rather than capturing the object, so that no handler keeps
 -- its own object alive.
-local T = require("testlib")
+local T = require("host_strict")
 
 T.group("Events", function()
   T.test("a handler receives the object and the arguments", function()
     local o, got = FixtureTQV(), {}
     o.Count = 4
     o.Changed = function(self, name, value)
-      got.count, got.name, got.value = self.Count, tostring(name), value
+      got.self, got.count, got.name, got.value = self, self.Count, tostring(name), value
     end
     T.eq(o:Fire("width", 12), true)
     T.eq(got.count, 4); T.eq(got.name, "width"); T.eq(got.value, 12)
+    T.truthy(got.self == o, "self is the object itself")
   end)
 
   T.test("without a handler the event instance is nil", function()
@@ -44,6 +45,16 @@ T.group("Events", function()
     T.eq(o:Ask(21), 42)
     T.eq(o:Ping(), true)
     T.eq(pings, 1)
+  end)
+
+  T.test("an error in a handler reaches the program when the plugin call returns", function()
+    local o = FixtureTQV()
+    o.Changed = function() error("boom") end
+    local ok, err = pcall(o.Fire, o, "x", 1)
+    T.eq(ok, false)
+    T.truthy(tostring(err):find("boom", 1, true), "the handler's error")
+    o.Changed = nil
+    T.eq(o:Fire("x", 1), false, "object still usable")
   end)
 
   T.test("a handler may call back into the plugin", function()

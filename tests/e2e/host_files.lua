@@ -1,6 +1,6 @@
 -- The reference host against the fixture plugin: folder items, the file-reference services and a
 -- method added to FolderItem by a class extension.
-local T = require("testlib")
+local T = require("host_strict")
 
 local dir = T.tmpfile("host_files")
 os.execute("rm -rf '" .. dir .. "' && mkdir -p '" .. dir .. "'")
@@ -54,6 +54,10 @@ T.group("Folder items", function()
     local name = string.rep("b", 59) .. ".tif"
     T.eq(tostring(FolderItem(dir .. "/" .. name):FixtureSpecNameTQV()), name)
     T.eq(FolderItem(dir .. "/" .. string.rep("a", 60) .. ".tif"):FixtureSpecNameTQV(), nil)
+  end)
+
+  T.test("the older file specification fails for names Mac Roman cannot hold", function()
+    T.eq(FolderItem(dir .. "/日本.tif"):FixtureSpecNameTQV(), nil)
   end)
 end)
 

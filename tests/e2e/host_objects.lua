@@ -1,6 +1,6 @@
 -- The reference host against the fixture plugin: objects, properties, overloads, default
 -- parameters, byref parameters, arrays and assignable rows.
-local T = require("testlib")
+local T = require("host_strict")
 
 local function collect()
   collectgarbage(); collectgarbage()
@@ -217,6 +217,28 @@ T.group("Assignable rows", function()
     T.eq(tostring(o:Cell(1)), "a"); T.eq(tostring(o:Cell(1, 0)), "a"); T.eq(tostring(o:Cell(1, 1)), "b")
     assign(o, "Cell", "c", 1)
     T.eq(tostring(o:Cell(1)), "c")
+  end)
+end)
+
+T.group("Constants and names", function()
+  T.test("constants read through the class and through an object", function()
+    T.eq(FixtureTQV.kAnswer, 42); T.eq(FixtureTQV.kNegative, -3); T.eq(FixtureTQV().kBig, 32771)
+  end)
+
+  T.test("names are case-insensitive", function()
+    local o = FixtureTQV()
+    o.count = 3
+    T.eq(o.COUNT, 3); T.eq(o:add(1, 2), 3); T.eq(FixtureTQV.KANSWER, 42)
+  end)
+
+  T.test("a call or assignment that fits no row is a Lua error", function()
+    local o = FixtureTQV()
+    T.falsy(pcall(o.Add, o, "x", 1), "string for Integer")
+    T.falsy(pcall(o.Add, o, 1, 2, 3), "too many arguments")
+    T.falsy(pcall(o.Scaled, o), "required parameter missing")
+    T.falsy(pcall(o.Bump, o, 5), "plain value for byref")
+    T.falsy(pcall(function() o.Count = "x" end), "string for an Integer property")
+    T.eq(o.Count, 0, "nothing assigned")
   end)
 end)
 

@@ -1,6 +1,6 @@
 -- The reference host against the fixture plugin: host strings, their encodings and the host's
 -- conversions. UTF-16 and UTF-32 are in machine order.
-local T = require("testlib")
+local T = require("host_strict")
 
 local MACROMAN, UTF16, ASCII, UTF8, UTF32, BINARY = 0, 0x100, 0x600, 0x08000100, 0x0C000100, 0xFFFF
 
@@ -61,6 +61,12 @@ T.group("Conversions", function()
       T.eq(tostring(s), c[2], string.format("bytes in 0x%X", c[1]))
       T.eq(s.encoding, c[1], "label")
     end
+  end)
+
+  T.test("what the target cannot hold becomes ?; an unknown encoding fails", function()
+    local o = FixtureTQV()
+    T.eq(tostring(o:Accented(ASCII)), "?")
+    T.eq(o:Accented(0x7FFF1234), nil)
   end)
 
   T.test("converting UTF-8 text to Mac Roman", function()

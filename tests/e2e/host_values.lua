@@ -1,6 +1,6 @@
 -- The reference host against the fixture plugin: memory blocks and pictures crossing the boundary
 -- in both directions.
-local T = require("testlib")
+local T = require("host_strict")
 
 T.group("Memory blocks", function()
   T.test("a block made by the plugin arrives with its bytes", function()
