@@ -49,8 +49,11 @@ bool exists(const std::string& path) {
 }
 
 // The built tree's path when it is there, else the install layout next to the executable.
+// An installed tqvhost uses the files installed beside it, even when the build tree it came from
+// still exists; a tqvhost in the build tree has no such files beside it and uses the build's.
 std::string builtOrInstalled(const char* built, const std::string& installed) {
-    return built[0] && exists(built) ? built : executableDir() + "/" + installed;
+    std::string beside = executableDir() + "/" + installed;
+    return exists(beside) || !built[0] ? beside : built;
 }
 
 bool parseApp(const std::string& s, tqvhost::AppKind* app) {
