@@ -13,9 +13,12 @@
 
 #include "bridge/entry_guard.h"
 #include "bridge/services.h"
+#include "export/rgb.h"
+#include "import/full_colour.h"
 #include "session/messages.h"
 #include "session/open_close.h"
 #include "session/picture_properties.h"
+#include "session/streams.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -56,8 +59,8 @@ REALproperty tiffProperties[] = {
     {nullptr, "PageName", "String", 6, kLater, kLater, 0},              // read-write
     {nullptr, "Software", "String", 6, kLater, kLater, 0},              // read-write
     {nullptr, "ExtraSamples", "MemoryBlock", 6, kLater, kLater, 0},     // read-write
-    {nullptr, "InputBuffer", "String", 6, kLater, kLater, 0},           // read-only
-    {nullptr, "OutputBuffer", "String", 6, kLater, kLater, 0},          // read-only
+    {nullptr, "InputBuffer", "String", 6, EntryAccessor<&GetInputBuffer>(), nullptr, 0},
+    {nullptr, "OutputBuffer", "String", 6, EntryAccessor<&GetOutputBuffer>(), nullptr, 0},
     {nullptr, "YieldTicks", "Integer", 6, REALstandardGetter, REALstandardSetter, kYieldTicksOffset},
     {nullptr, "Pict", "Picture", 0x40002, EntryAccessor<&GetPict>(), EntryAccessor<&SetPict>(), 0},
     {nullptr, "Mask", "Picture", 0x40002, EntryAccessor<&GetMask>(), EntryAccessor<&SetMask>(), 0},
@@ -118,11 +121,11 @@ REALmethodDefinition tiffMethods[] = {
     {kLater, nullptr, "SetImageIndex(index as integer) as boolean", 4},
     {kLater, nullptr, "SetImageIndex(index as integer, HeaderOnly as boolean) as boolean", 4},
     {kLater, nullptr, "ImageIndex as integer", 4},
-    {kLater, nullptr, "WriteRGB as boolean", 4},
+    {EntryMethod<&WriteRGB>(), nullptr, "WriteRGB as boolean", 4},
     {kLater, nullptr, "WriteGray as boolean", 4},
     {kLater, nullptr, "WriteBW as boolean", 4},
-    {kLater, nullptr, "ReadPreviewRGB(ReduceFactor as integer) as boolean", 4},
-    {kLater, nullptr, "ReadRGB as boolean", 4},
+    {EntryMethod<&PreviewReadRGB>(), nullptr, "ReadPreviewRGB(ReduceFactor as integer) as boolean", 4},
+    {EntryMethod<&ReadRGB>(), nullptr, "ReadRGB as boolean", 4},
     {kLater, nullptr, "ReadRGB(byref ErrorMessage as string) as memoryblock", 4},
     {kLater, nullptr, "ReadBW as boolean", 4},
     {kLater, nullptr,
@@ -143,11 +146,12 @@ REALmethodDefinition tiffMethods[] = {
     {EntryMethod<&CreateTiff2>(), nullptr, "Create(file as folderitem, endian as integer) as boolean", 4},
     {EntryMethod<&CreateTiff1>(), nullptr, "Create(file as folderitem) as boolean", 4},
     {EntryMethod<&OpenTiff1>(), nullptr, "Open(file as folderitem) as boolean", 4},
-    {kLater, nullptr, "OpenString(data as string) as boolean", 4},
-    {kLater, nullptr, "CreateString(Size as integer) as boolean", 4},
+    {EntryMethod<&OpenStringTiff1>(), nullptr, "OpenString(data as string) as boolean", 4},
+    {EntryMethod<&CreateStringTiff1>(), nullptr, "CreateString(Size as integer) as boolean", 4},
     {EntryMethod<&OpenTiff2>(), nullptr, "Open(file as folderitem, Mode as string) as boolean", 4},
-    {kLater, nullptr, "OpenString(data as string, Mode as string) as boolean", 4},
-    {kLater, nullptr, "CreateString(Size as integer, Mode as string) as boolean", 4},
+    {EntryMethod<&OpenStringTiff2>(), nullptr, "OpenString(data as string, Mode as string) as boolean", 4},
+    {EntryMethod<&CreateStringTiff2>(), nullptr, "CreateString(Size as integer, Mode as string) as boolean",
+     4},
     {kLater, nullptr, "MirrorVertical(output as TiffPictureTQV) as boolean", 4},
     {kLater, nullptr, "ReadRGBMemoryBegin(byref ErrorMessage as string) as boolean", 4},
     {kLater, nullptr,
@@ -217,8 +221,10 @@ REALmethodDefinition folderitemMethods[] = {
 };
 
 REALmethodDefinition globalMethod[] = {
-    {kLater, nullptr, "TIFFStringToTiffPictureTQV(data as string) as TiffPictureTQV", 4},
-    {kLater, nullptr, "TIFFStringToPictureTQV(data as string) as picture", 0x40000},
+    {EntryMethod<&TIFFStringToTiffPictureTQV>(), nullptr,
+     "TIFFStringToTiffPictureTQV(data as string) as TiffPictureTQV", 4},
+    {EntryMethod<&TIFFStringToPictureTQV>(), nullptr, "TIFFStringToPictureTQV(data as string) as picture",
+     0x40000},
 };
 
 REALevent TiffEvents[] = {

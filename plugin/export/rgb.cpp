@@ -1,0 +1,239 @@
+#include "export/rgb.h"
+
+#include <tiffio.h>
+
+#include <cstring>
+
+#include "bridge/memory.h"
+#include "picture/picture_editor.h"
+#include "session/messages.h"
+#include "session/tiff_data.h"
+
+namespace tqv {
+namespace {
+
+// ---- Tags -----------------------------------------------------------------------------------
+
+enum class Rule {
+    Always,      // set whatever the image holds
+    IfUnset,     // keep what the caller set
+    AtLeastOne,  // resolution: set when unset, and replace anything below 1 dpi
+};
+
+enum class Value { Height, Width, One, Two, Eight, Samples, UnassociatedAlpha, Dpi };
+
+struct TagRow {
+    ttag_t tag;
+    Rule rule;
+    Value value;
+};
+
+// The order is the order of the calls; every call is made even after one failed.
+constexpr TagRow kOpaqueTags[] = {
+    {TIFFTAG_ROWSPERSTRIP, Rule::IfUnset, Value::One},
+    {TIFFTAG_IMAGELENGTH, Rule::Always, Value::Height},
+    {TIFFTAG_IMAGEWIDTH, Rule::Always, Value::Width},
+    {TIFFTAG_PLANARCONFIG, Rule::Always, Value::One},
+    {TIFFTAG_PHOTOMETRIC, Rule::Always, Value::Two},
+    {TIFFTAG_BITSPERSAMPLE, Rule::Always, Value::Eight},
+    {TIFFTAG_SAMPLESPERPIXEL, Rule::Always, Value::Samples},
+    {TIFFTAG_XRESOLUTION, Rule::AtLeastOne, Value::Dpi},
+    {TIFFTAG_YRESOLUTION, Rule::AtLeastOne, Value::Dpi},
+    {TIFFTAG_FILLORDER, Rule::IfUnset, Value::One},
+    {TIFFTAG_ORIENTATION, Rule::IfUnset, Value::One},
+    {TIFFTAG_RESOLUTIONUNIT, Rule::IfUnset, Value::Two},
+    {TIFFTAG_COMPRESSION, Rule::IfUnset, Value::One},
+};
+
+// With a mask a resolution below 1 dpi is kept.
+constexpr TagRow kMaskedTags[] = {
+    {TIFFTAG_ROWSPERSTRIP, Rule::IfUnset, Value::One},
+    {TIFFTAG_IMAGELENGTH, Rule::Always, Value::Height},
+    {TIFFTAG_IMAGEWIDTH, Rule::Always, Value::Width},
+    {TIFFTAG_PLANARCONFIG, Rule::Always, Value::One},
+    {TIFFTAG_PHOTOMETRIC, Rule::Always, Value::Two},
+    {TIFFTAG_BITSPERSAMPLE, Rule::Always, Value::Eight},
+    {TIFFTAG_SAMPLESPERPIXEL, Rule::Always, Value::Samples},
+    {TIFFTAG_EXTRASAMPLES, Rule::Always, Value::UnassociatedAlpha},
+    {TIFFTAG_FILLORDER, Rule::IfUnset, Value::One},
+    {TIFFTAG_XRESOLUTION, Rule::IfUnset, Value::Dpi},
+    {TIFFTAG_YRESOLUTION, Rule::IfUnset, Value::Dpi},
+    {TIFFTAG_ORIENTATION, Rule::IfUnset, Value::One},
+    {TIFFTAG_RESOLUTIONUNIT, Rule::IfUnset, Value::Two},
+    {TIFFTAG_COMPRESSION, Rule::IfUnset, Value::One},
+};
+
+struct ImageShape {
+    uint32_t width, height;
+    uint16_t samples;
+};
+
+bool SetValue(TIFF* tiff, ttag_t tag, Value value, const ImageShape& shape) {
+    static const uint16_t kUnassociatedAlpha[] = {EXTRASAMPLE_UNASSALPHA};
+    switch (value) {
+        case Value::Height:
+            return TIFFSetField(tiff, tag, shape.height) != 0;
+        case Value::Width:
+            return TIFFSetField(tiff, tag, shape.width) != 0;
+        case Value::Samples:
+            return TIFFSetField(tiff, tag, int{shape.samples}) != 0;
+        case Value::UnassociatedAlpha:
+            return TIFFSetField(tiff, tag, 1, kUnassociatedAlpha) != 0;
+        case Value::Dpi:
+            return TIFFSetField(tiff, tag, 72.0) != 0;
+        case Value::One:
+            // ROWSPERSTRIP takes a uint32, the short tags an int; both are passed as int-sized.
+            return TIFFSetField(tiff, tag, 1) != 0;
+        case Value::Two:
+            return TIFFSetField(tiff, tag, 2) != 0;
+        case Value::Eight:
+            return TIFFSetField(tiff, tag, 8) != 0;
+    }
+    return false;
+}
+
+// Whether the image holds the tag; `resolution` receives a resolution's value (0 when unset).
+// Every tag here has one output of at most 4 bytes; the scratch is larger and aligned anyway.
+bool IsSet(TIFF* tiff, ttag_t tag, float* resolution) {
+    alignas(16) unsigned char scratch[16] = {};
+    const bool set = TIFFGetField(tiff, tag, scratch) != 0;
+    if (set && resolution != nullptr) std::memcpy(resolution, scratch, sizeof *resolution);
+    return set;
+}
+
+bool ApplyRow(TIFF* tiff, const TagRow& row, const ImageShape& shape) {
+    if (row.rule == Rule::Always) return SetValue(tiff, row.tag, row.value, shape);
+    float resolution = 0.0f;
+    bool ok = true;
+    if (!IsSet(tiff, row.tag, &resolution)) ok = SetValue(tiff, row.tag, row.value, shape);
+    if (row.rule == Rule::AtLeastOne && resolution < 1.0f)
+        ok = SetValue(tiff, row.tag, row.value, shape) && ok;
+    return ok;
+}
+
+template <size_t N>
+bool ApplyTags(TIFF* tiff, const TagRow (&rows)[N], const ImageShape& shape) {
+    bool ok = true;
+    for (const TagRow& row : rows) ok = ApplyRow(tiff, row, shape) && ok;
+    return ok;
+}
+
+// ---- Row converters: one per picture layout, chosen before the row loop --------------------
+
+using RowConverter = void (*)(uint8_t* out, const uint8_t* in, int32_t count);
+
+// Colour pixels into R, G, B at a stride of 3 (opaque) or 4 (alpha follows).
+template <int R, int G, int B, int Advance, int Stride>
+void ColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
+    for (int32_t x = 0; x < count; ++x) {
+        out[x * Stride] = in[x * Advance + R];
+        out[x * Stride + 1] = in[x * Advance + G];
+        out[x * Stride + 2] = in[x * Advance + B];
+    }
+}
+
+// The mask's red byte as alpha, unchanged.
+template <int Red, int Advance>
+void AlphaRow(uint8_t* out, const uint8_t* in, int32_t count) {
+    for (int32_t x = 0; x < count; ++x) out[x * 4 + 3] = in[x * Advance + Red];
+}
+
+// A layout this system does not know reads as black (and transparent).
+template <int Stride>
+void ZeroColourRow(uint8_t* out, const uint8_t*, int32_t count) {
+    for (int32_t x = 0; x < count; ++x) out[x * Stride] = out[x * Stride + 1] = out[x * Stride + 2] = 0;
+}
+void ZeroAlphaRow(uint8_t* out, const uint8_t*, int32_t count) {
+    for (int32_t x = 0; x < count; ++x) out[x * 4 + 3] = 0;
+}
+
+struct ConverterRow {
+    int32_t pixelType;
+    RowConverter opaque, colour, alpha;
+};
+
+constexpr ConverterRow kConverters[] = {
+    {kPixelTypeBGRX, ColourRow<2, 1, 0, 4, 3>, ColourRow<2, 1, 0, 4, 4>, AlphaRow<2, 4>},
+    {kPixelTypeRGB, ColourRow<0, 1, 2, 3, 3>, ColourRow<0, 1, 2, 3, 4>, AlphaRow<0, 3>},
+    {kPixelTypeXRGB, ColourRow<1, 2, 3, 4, 3>, ColourRow<1, 2, 3, 4, 4>, AlphaRow<1, 4>},
+};
+constexpr ConverterRow kUnknownLayout = {0, ZeroColourRow<3>, ZeroColourRow<4>, ZeroAlphaRow};
+
+const ConverterRow& ConvertersFor(int32_t pixelType) {
+    for (const ConverterRow& row : kConverters)
+        if (row.pixelType == pixelType) return row;
+    return kUnknownLayout;
+}
+
+// ---- Writing --------------------------------------------------------------------------------
+
+struct Session {
+    REALobject self;
+    TiffData* record;
+};
+
+ClearMemoryPtr<uint8_t> RowBuffer(int32_t width) {
+    return ClearMemoryPtr<uint8_t>(static_cast<uint8_t*>(AllocateClearMemory(int64_t{width} * 4)));
+}
+
+// Host code run by a yield may have closed the session's TIFF.
+bool WriteRow(const Session& s, uint8_t* buffer, int32_t y) {
+    if (s.record->tiff == nullptr) return false;
+    return TIFFWriteScanline(s.record->tiff, buffer, static_cast<uint32_t>(y), 0) == 1;
+}
+
+bool WriteOpaque(const Session& s) {
+    PictureReader reader;
+    if (!reader.GetPictureReader(s.record->Pict)) return false;
+    YieldToHost(s.self, s.record);
+    current = s.self;
+    const ClearMemoryPtr<uint8_t> buffer = RowBuffer(reader.width);
+    const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
+    const bool tagged = ApplyTags(s.record->tiff, kOpaqueTags, shape);
+    if (!tagged || buffer == nullptr) return false;
+    const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
+    for (int32_t y = 0; y < reader.height; ++y) {
+        convert(buffer.get(), reader.rowPointer, reader.width);
+        if (!WriteRow(s, buffer.get(), y)) return false;
+        reader.AddPixelRow();
+        YieldToHost(s.self, s.record);
+        current = s.self;
+    }
+    return true;
+}
+
+bool WriteMasked(const Session& s) {
+    PictureReader picture, mask;
+    if (!picture.GetPictureReader(s.record->Pict)) return false;
+    if (!mask.GetPictureReader(s.record->Mask)) return false;
+    if (picture.width != mask.width || picture.height != mask.height) return false;
+    const ClearMemoryPtr<uint8_t> buffer = RowBuffer(picture.width);
+    const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
+    const bool tagged = ApplyTags(s.record->tiff, kMaskedTags, shape);
+    if (!tagged || buffer == nullptr) return false;
+    const RowConverter colour = ConvertersFor(picture.pixelType).colour;
+    const RowConverter alpha = ConvertersFor(mask.pixelType).alpha;
+    for (int32_t y = 0; y < picture.height; ++y) {
+        colour(buffer.get(), picture.rowPointer, picture.width);
+        alpha(buffer.get(), mask.rowPointer, mask.width);
+        if (!WriteRow(s, buffer.get(), y)) return false;
+        picture.AddPixelRow();
+        mask.AddPixelRow();
+        YieldToHost(s.self, s.record);
+        current = s.self;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool WriteRGB(REALobject object) {
+    TiffData* record = TiffDataOf(object);
+    if (record == nullptr) return false;
+    current = object;
+    if (record->tiff == nullptr || record->Pict == nullptr) return false;
+    const Session session{object, record};
+    return record->Mask == nullptr ? WriteOpaque(session) : WriteMasked(session);
+}
+
+}  // namespace tqv
