@@ -20,6 +20,12 @@
 #include "session/picture_properties.h"
 #include "session/streams.h"
 #include "session/tiff_data.h"
+#include "tags/color_map.h"
+#include "tags/custom_tags.h"
+#include "tags/directories.h"
+#include "tags/generic_fields.h"
+#include "tags/scanlines.h"
+#include "tags/tag_properties.h"
 
 namespace tqv {
 namespace {
@@ -30,35 +36,60 @@ constexpr std::nullptr_t kLater = nullptr;
 constexpr intptr_t kYieldTicksOffset = offsetof(TiffData, yield) + offsetof(YieldData, YieldTicks);
 
 REALproperty tiffProperties[] = {
-    {nullptr, "JPEGQuality", "Integer", 6, kLater, kLater, 0},          // read-write
-    {nullptr, "BytesPerRow", "Integer", 6, kLater, kLater, 0},          // read-only
-    {nullptr, "FillOrder", "Integer", 6, kLater, kLater, 0},            // read-write
-    {nullptr, "Width", "Integer", 6, kLater, kLater, 0},                // read-write
-    {nullptr, "Height", "Integer", 6, kLater, kLater, 0},               // read-write
-    {nullptr, "RowsPerStrip", "Integer", 6, kLater, kLater, 0},         // read-write
-    {nullptr, "Version", "Integer", 6, kLater, kLater, 0},              // read-only
-    {nullptr, "VersionString", "String", 6, kLater, kLater, 0},         // read-only
-    {nullptr, "BitsPerSample", "Integer", 6, kLater, kLater, 0},        // read-write
-    {nullptr, "SamplesPerPixel", "Integer", 6, kLater, kLater, 0},      // read-write
-    {nullptr, "Orientation", "Integer", 6, kLater, kLater, 0},          // read-write
-    {nullptr, "HorizontalResolution", "Single", 6, kLater, kLater, 0},  // read-write
-    {nullptr, "VerticalResolution", "Single", 6, kLater, kLater, 0},    // read-write
-    {nullptr, "ResolutionUnit", "Integer", 6, kLater, kLater, 0},       // read-write
-    {nullptr, "Compression", "Integer", 6, kLater, kLater, 0},          // read-write
-    {nullptr, "Photometric", "Integer", 6, kLater, kLater, 0},          // read-write
-    {nullptr, "PlanarConfig", "Integer", 6, kLater, kLater, 0},         // read-write
-    {nullptr, "HorizontalPosition", "Single", 6, kLater, kLater, 0},    // read-write
-    {nullptr, "VerticalPosition", "Single", 6, kLater, kLater, 0},      // read-write
-    {nullptr, "Copyright", "String", 6, kLater, kLater, 0},             // read-write
-    {nullptr, "DateTime", "String", 6, kLater, kLater, 0},              // read-write
-    {nullptr, "DocumentName", "String", 6, kLater, kLater, 0},          // read-write
-    {nullptr, "HostComputer", "String", 6, kLater, kLater, 0},          // read-write
-    {nullptr, "ImageDescription", "String", 6, kLater, kLater, 0},      // read-write
-    {nullptr, "Make", "String", 6, kLater, kLater, 0},                  // read-write
-    {nullptr, "Model", "String", 6, kLater, kLater, 0},                 // read-write
-    {nullptr, "PageName", "String", 6, kLater, kLater, 0},              // read-write
-    {nullptr, "Software", "String", 6, kLater, kLater, 0},              // read-write
-    {nullptr, "ExtraSamples", "MemoryBlock", 6, kLater, kLater, 0},     // read-write
+    {nullptr, "JPEGQuality", "Integer", 6, EntryAccessor<&GetJPEGQuality>(), EntryAccessor<&SetJPEGQuality>(),
+     0},                                                                                   // read-write
+    {nullptr, "BytesPerRow", "Integer", 6, EntryAccessor<&GetBytesPerRow>(), nullptr, 0},  // read-only
+    {nullptr, "FillOrder", "Integer", 6, EntryAccessor<&GetFillOrder>(), EntryAccessor<&SetFillOrder>(),
+     0},  // read-write
+    {nullptr, "Width", "Integer", 6, EntryAccessor<&GetWidth>(), EntryAccessor<&SetWidth>(),
+     0},  // read-write
+    {nullptr, "Height", "Integer", 6, EntryAccessor<&GetHeight>(), EntryAccessor<&SetHeight>(),
+     0},  // read-write
+    {nullptr, "RowsPerStrip", "Integer", 6, EntryAccessor<&GetRowsPerStrip>(),
+     EntryAccessor<&SetRowsPerStrip>(), 0},                                                   // read-write
+    {nullptr, "Version", "Integer", 6, EntryAccessor<&GetVersion>(), nullptr, 0},             // read-only
+    {nullptr, "VersionString", "String", 6, EntryAccessor<&GetVersionString>(), nullptr, 0},  // read-only
+    {nullptr, "BitsPerSample", "Integer", 6, EntryAccessor<&GetBitsPerSample>(),
+     EntryAccessor<&SetBitsPerSample>(), 0},  // read-write
+    {nullptr, "SamplesPerPixel", "Integer", 6, EntryAccessor<&GetSamplesPerPixel>(),
+     EntryAccessor<&SetSamplesPerPixel>(), 0},  // read-write
+    {nullptr, "Orientation", "Integer", 6, EntryAccessor<&GetOrientation>(), EntryAccessor<&SetOrientation>(),
+     0},  // read-write
+    {nullptr, "HorizontalResolution", "Single", 6, EntryAccessor<&GetHorizontalResolution>(),
+     EntryAccessor<&SetHorizontalResolution>(), 0},  // read-write
+    {nullptr, "VerticalResolution", "Single", 6, EntryAccessor<&GetVerticalResolution>(),
+     EntryAccessor<&SetVerticalResolution>(), 0},  // read-write
+    {nullptr, "ResolutionUnit", "Integer", 6, EntryAccessor<&GetResolutionUnit>(),
+     EntryAccessor<&SetResolutionUnit>(), 0},  // read-write
+    {nullptr, "Compression", "Integer", 6, EntryAccessor<&GetCompression>(), EntryAccessor<&SetCompression>(),
+     0},  // read-write
+    {nullptr, "Photometric", "Integer", 6, EntryAccessor<&GetPhotometric>(), EntryAccessor<&SetPhotometric>(),
+     0},  // read-write
+    {nullptr, "PlanarConfig", "Integer", 6, EntryAccessor<&GetPlanarConfig>(),
+     EntryAccessor<&SetPlanarConfig>(), 0},  // read-write
+    {nullptr, "HorizontalPosition", "Single", 6, EntryAccessor<&GetHorizontalPosition>(),
+     EntryAccessor<&SetHorizontalPosition>(), 0},  // read-write
+    {nullptr, "VerticalPosition", "Single", 6, EntryAccessor<&GetVerticalPosition>(),
+     EntryAccessor<&SetVerticalPosition>(), 0},  // read-write
+    {nullptr, "Copyright", "String", 6, EntryAccessor<&tGetCopyright>(), EntryAccessor<&tSetCopyright>(),
+     0},  // read-write
+    {nullptr, "DateTime", "String", 6, EntryAccessor<&tGetDateTime>(), EntryAccessor<&tSetDateTime>(),
+     0},  // read-write
+    {nullptr, "DocumentName", "String", 6, EntryAccessor<&tGetDocumentName>(),
+     EntryAccessor<&tSetDocumentName>(), 0},  // read-write
+    {nullptr, "HostComputer", "String", 6, EntryAccessor<&tGetHostComputer>(),
+     EntryAccessor<&tSetHostComputer>(), 0},  // read-write
+    {nullptr, "ImageDescription", "String", 6, EntryAccessor<&tGetImageDescription>(),
+     EntryAccessor<&tSetImageDescription>(), 0},                                                // read-write
+    {nullptr, "Make", "String", 6, EntryAccessor<&tGetMake>(), EntryAccessor<&tSetMake>(), 0},  // read-write
+    {nullptr, "Model", "String", 6, EntryAccessor<&tGetModel>(), EntryAccessor<&tSetModel>(),
+     0},  // read-write
+    {nullptr, "PageName", "String", 6, EntryAccessor<&tGetPageName>(), EntryAccessor<&tSetPageName>(),
+     0},  // read-write
+    {nullptr, "Software", "String", 6, EntryAccessor<&tGetSoftware>(), EntryAccessor<&tSetSoftware>(),
+     0},  // read-write
+    {nullptr, "ExtraSamples", "MemoryBlock", 6, EntryAccessor<&GetExtraSamples>(),
+     EntryAccessor<&SetExtraSamples>(), 0},  // read-write
     {nullptr, "InputBuffer", "String", 6, EntryAccessor<&GetInputBuffer>(), nullptr, 0},
     {nullptr, "OutputBuffer", "String", 6, EntryAccessor<&GetOutputBuffer>(), nullptr, 0},
     {nullptr, "YieldTicks", "Integer", 6, REALstandardGetter, REALstandardSetter, kYieldTicksOffset},
@@ -67,60 +98,78 @@ REALproperty tiffProperties[] = {
 };
 
 REALmethodDefinition tiffMethods[] = {
-    {kLater, nullptr,
+    {EntryMethod<&GetColorMap>(), nullptr,
      "GetColorMap(byref red as memoryblock, byref green as memoryblock, byref blue as memoryblock) as "
      "boolean",
      4},
-    {kLater, nullptr, "SetColorMap(red as memoryblock, green as memoryblock, blue as memoryblock) as boolean",
-     4},
-    {kLater, nullptr,
+    {EntryMethod<&SetColorMap>(), nullptr,
+     "SetColorMap(red as memoryblock, green as memoryblock, blue as memoryblock) as boolean", 4},
+    {EntryMethod<&AddCustomTag>(), nullptr,
      "AddCustomTag(Tag as integer, FieldReadCount as integer, FieldWriteCount as integer, FieldType as "
      "integer, FieldBit as integer, OkToChange as integer, PassCount as integer, FieldName as string) as "
      "boolean",
      4},
-    {kLater, nullptr, "GetData(Tag as integer) as string", 4},
-    {kLater, nullptr, "SetData(Tag as integer, data as string) as boolean", 4},
-    {kLater, nullptr, "GetColorProfile as string", 4},
-    {kLater, nullptr, "SetColorProfile(ProfileData as String) as boolean", 4},
-    {kLater, nullptr, "GetXMP as string", 4},
-    {kLater, nullptr, "SetXMP(ProfileData as String) as boolean", 4},
-    {kLater, nullptr, "GetField(Tag as integer, mem as memoryblock) as boolean", 4},
-    {kLater, nullptr, "GetFieldCount(Tag as integer, byref count as integer, mem as memoryblock) as boolean",
+    {EntryMethod<&GetData>(), nullptr, "GetData(Tag as integer) as string", 4},
+    {EntryMethod<&SetData>(), nullptr, "SetData(Tag as integer, data as string) as boolean", 4},
+    {EntryMethod<&GetColorProfile>(), nullptr, "GetColorProfile as string", 4},
+    {EntryMethod<&SetColorProfile>(), nullptr, "SetColorProfile(ProfileData as String) as boolean", 4},
+    {EntryMethod<&GetXMP>(), nullptr, "GetXMP as string", 4},
+    {EntryMethod<&SetXMP>(), nullptr, "SetXMP(ProfileData as String) as boolean", 4},
+    {EntryMethod<&GetField>(), nullptr, "GetField(Tag as integer, mem as memoryblock) as boolean", 4},
+    {EntryMethod<&GetFieldCount>(), nullptr,
+     "GetFieldCount(Tag as integer, byref count as integer, mem as memoryblock) as boolean", 4},
+    {EntryMethod<&GetFieldMemory>(), nullptr,
+     "GetFieldMemory(Tag as integer, byref ItemCount as integer) as memoryblock", 4},
+    {EntryMethod<&SetFieldMemory>(), nullptr,
+     "SetFieldMemory(Tag as integer, ItemCount as integer, data as memoryblock) as boolean", 4},
+    {EntryMethod<&SetFieldString>(), nullptr, "SetFieldString(Tag as integer, value as string) as boolean",
      4},
-    {kLater, nullptr, "GetFieldMemory(Tag as integer, byref ItemCount as integer) as memoryblock", 4},
-    {kLater, nullptr, "SetFieldMemory(Tag as integer, ItemCount as integer, data as memoryblock) as boolean",
+    {EntryMethod<&GetFieldString>(), nullptr,
+     "GetFieldString(Tag as integer, byref value as string) as boolean", 4},
+    {EntryMethod<&GetFieldDefaultedString>(), nullptr,
+     "GetFieldDefaultedString(Tag as integer, byref value as String) as boolean", 4},
+    {EntryMethod<&SetFieldInteger>(), nullptr, "SetFieldInteger(Tag as integer, value as integer) as boolean",
      4},
-    {kLater, nullptr, "SetFieldString(Tag as integer, value as string) as boolean", 4},
-    {kLater, nullptr, "GetFieldString(Tag as integer, byref value as string) as boolean", 4},
-    {kLater, nullptr, "GetFieldDefaultedString(Tag as integer, byref value as String) as boolean", 4},
-    {kLater, nullptr, "SetFieldInteger(Tag as integer, value as integer) as boolean", 4},
-    {kLater, nullptr, "GetFieldInteger(Tag as integer, byref value as integer) as boolean", 4},
-    {kLater, nullptr, "GetFieldDefaultedInteger(Tag as integer, byref value as integer) as boolean", 4},
-    {kLater, nullptr, "SetFieldShort(Tag as integer, value as integer) as boolean", 4},
-    {kLater, nullptr, "GetFieldShort(Tag as integer, byref value as integer) as boolean", 4},
-    {kLater, nullptr, "GetFieldDefaultedShort(Tag as integer, byref value as integer) as boolean", 4},
-    {kLater, nullptr, "SetFieldDouble(Tag as integer, value as double) as boolean", 4},
-    {kLater, nullptr, "GetFieldDouble(Tag as integer, byref value as double) as boolean", 4},
-    {kLater, nullptr, "GetFieldDefaultedDouble(Tag as integer, byref value as double) as boolean", 4},
-    {kLater, nullptr, "SetFieldSingle(Tag as integer, value as Single) as boolean", 4},
-    {kLater, nullptr, "GetFieldSingle(Tag as integer, byref value as Single) as boolean", 4},
-    {kLater, nullptr, "GetFieldDefaultedSingle(Tag as integer, byref value as Single) as boolean", 4},
-    {kLater, nullptr, "SetFieldByte(Tag as integer, value as integer) as boolean", 4},
-    {kLater, nullptr, "GetFieldByte(Tag as integer, byref value as integer) as boolean", 4},
-    {kLater, nullptr, "GetFieldDefaultedByte(Tag as integer, byref value as integer) as boolean", 4},
+    {EntryMethod<&GetFieldInteger>(), nullptr,
+     "GetFieldInteger(Tag as integer, byref value as integer) as boolean", 4},
+    {EntryMethod<&GetFieldDefaultedInteger>(), nullptr,
+     "GetFieldDefaultedInteger(Tag as integer, byref value as integer) as boolean", 4},
+    {EntryMethod<&SetFieldShort>(), nullptr, "SetFieldShort(Tag as integer, value as integer) as boolean", 4},
+    {EntryMethod<&GetFieldShort>(), nullptr,
+     "GetFieldShort(Tag as integer, byref value as integer) as boolean", 4},
+    {EntryMethod<&GetFieldDefaultedShort>(), nullptr,
+     "GetFieldDefaultedShort(Tag as integer, byref value as integer) as boolean", 4},
+    {EntryMethod<&SetFieldDouble>(), nullptr, "SetFieldDouble(Tag as integer, value as double) as boolean",
+     4},
+    {EntryMethod<&GetFieldDouble>(), nullptr,
+     "GetFieldDouble(Tag as integer, byref value as double) as boolean", 4},
+    {EntryMethod<&GetFieldDefaultedDouble>(), nullptr,
+     "GetFieldDefaultedDouble(Tag as integer, byref value as double) as boolean", 4},
+    {EntryMethod<&SetFieldSingle>(), nullptr, "SetFieldSingle(Tag as integer, value as Single) as boolean",
+     4},
+    {EntryMethod<&GetFieldSingle>(), nullptr,
+     "GetFieldSingle(Tag as integer, byref value as Single) as boolean", 4},
+    {EntryMethod<&GetFieldDefaultedSingle>(), nullptr,
+     "GetFieldDefaultedSingle(Tag as integer, byref value as Single) as boolean", 4},
+    {EntryMethod<&SetFieldByte>(), nullptr, "SetFieldByte(Tag as integer, value as integer) as boolean", 4},
+    {EntryMethod<&GetFieldByte>(), nullptr, "GetFieldByte(Tag as integer, byref value as integer) as boolean",
+     4},
+    {EntryMethod<&GetFieldDefaultedByte>(), nullptr,
+     "GetFieldDefaultedByte(Tag as integer, byref value as integer) as boolean", 4},
     {kLater, nullptr, "CombinePictureWithMask as picture", 0x40000},
-    {kLater, nullptr, "FlushData as boolean", 4},
-    {kLater, nullptr, "Flush as boolean", 4},
-    {kLater, nullptr, "NextImage(HeaderOnly as boolean) as boolean", 4},
-    {kLater, nullptr, "NextImage as boolean", 4},
-    {kLater, nullptr, "SaveImage as boolean", 4},
-    {kLater, nullptr, "RewriteDirectory as boolean", 4},
-    {kLater, nullptr, "AddImage as boolean", 4},
-    {kLater, nullptr, "IsLastImage as boolean", 4},
-    {kLater, nullptr, "ImageCount as integer", 4},
-    {kLater, nullptr, "SetImageIndex(index as integer) as boolean", 4},
-    {kLater, nullptr, "SetImageIndex(index as integer, HeaderOnly as boolean) as boolean", 4},
-    {kLater, nullptr, "ImageIndex as integer", 4},
+    {EntryMethod<&rbTIFFFlushData>(), nullptr, "FlushData as boolean", 4},
+    {EntryMethod<&rbTIFFFlush>(), nullptr, "Flush as boolean", 4},
+    {EntryMethod<&rbTIFFReadDirectory2>(), nullptr, "NextImage(HeaderOnly as boolean) as boolean", 4},
+    {EntryMethod<&rbTIFFReadDirectory1>(), nullptr, "NextImage as boolean", 4},
+    {EntryMethod<&rbTIFFRewriteDirectory>(), nullptr, "SaveImage as boolean", 4},
+    {EntryMethod<&rbTIFFRewriteDirectory>(), nullptr, "RewriteDirectory as boolean", 4},
+    {EntryMethod<&rbTIFFWriteDirectory>(), nullptr, "AddImage as boolean", 4},
+    {EntryMethod<&rbTIFFLastDirectory>(), nullptr, "IsLastImage as boolean", 4},
+    {EntryMethod<&rbTIFFNumberOfDirectories>(), nullptr, "ImageCount as integer", 4},
+    {EntryMethod<&rbTIFFSetDirectory2>(), nullptr, "SetImageIndex(index as integer) as boolean", 4},
+    {EntryMethod<&rbTIFFSetDirectory3>(), nullptr,
+     "SetImageIndex(index as integer, HeaderOnly as boolean) as boolean", 4},
+    {EntryMethod<&rbTIFFCurrentDirectory>(), nullptr, "ImageIndex as integer", 4},
     {EntryMethod<&WriteRGB>(), nullptr, "WriteRGB as boolean", 4},
     {kLater, nullptr, "WriteGray as boolean", 4},
     {kLater, nullptr, "WriteBW as boolean", 4},
@@ -139,10 +188,12 @@ REALmethodDefinition tiffMethods[] = {
      "integer) as boolean",
      4},
     {EntryMethod<&CloseTiff>(), nullptr, "Close", 4},
-    {kLater, nullptr, "Scanline(mem as memoryblock, index as integer, sample as integer = 0) as boolean", 4},
-    {kLater, nullptr, "Scanline(index as integer, sample as integer = 0) as memoryblock", 4},
-    {kLater, nullptr, "Scanlines(index as integer, count as integer, sample as integer = 0) as memoryblock",
-     4},
+    {EntryMethod<&rbTIFFReadScanline>(), nullptr,
+     "Scanline(mem as memoryblock, index as integer, sample as integer = 0) as boolean", 4},
+    {EntryMethod<&rbTIFFReadScanline2>(), EntryMethod<&rbTIFFWriteScanline>(),
+     "Scanline(index as integer, sample as integer = 0) as memoryblock", 4},
+    {EntryMethod<&rbTIFFReadScanlines>(), EntryMethod<&rbTIFFWriteScanlines>(),
+     "Scanlines(index as integer, count as integer, sample as integer = 0) as memoryblock", 4},
     {EntryMethod<&CreateTiff2>(), nullptr, "Create(file as folderitem, endian as integer) as boolean", 4},
     {EntryMethod<&CreateTiff1>(), nullptr, "Create(file as folderitem) as boolean", 4},
     {EntryMethod<&OpenTiff1>(), nullptr, "Open(file as folderitem) as boolean", 4},
@@ -217,7 +268,8 @@ REALconstant constants[] = {
 };
 
 REALmethodDefinition folderitemMethods[] = {
-    {kLater, nullptr, "OpenAsTiffTQV(HeaderOnly as boolean=false) as TiffPictureTQV", 4},
+    {EntryMethod<&OpenTifffile2>(), nullptr, "OpenAsTiffTQV(HeaderOnly as boolean=false) as TiffPictureTQV",
+     4},
 };
 
 REALmethodDefinition globalMethod[] = {

@@ -1,0 +1,18 @@
+// The palette of the current image as three blocks of uint16 entries (red, green, blue), 2 to the
+// power of BitsPerSample entries each, machine order. Neither method changes the message target.
+#ifndef TQV_TAGS_COLOR_MAP_H
+#define TQV_TAGS_COLOR_MAP_H
+
+#include <tqv/plugin_abi.h>
+
+namespace tqv {
+
+// Releases whatever the three variables hold, then fills them with new blocks; false (and nil
+// blocks) without a colour map.
+bool GetColorMap(REALobject self, REALmemoryBlock* red, REALmemoryBlock* green, REALmemoryBlock* blue);
+// Sets the colour map from three blocks of at least 2 << BitsPerSample bytes each.
+bool SetColorMap(REALobject self, REALmemoryBlock red, REALmemoryBlock green, REALmemoryBlock blue);
+
+}  // namespace tqv
+
+#endif  // TQV_TAGS_COLOR_MAP_H

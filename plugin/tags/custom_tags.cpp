@@ -1,0 +1,139 @@
+#include "tags/custom_tags.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "bridge/text.h"
+#include "bridge/values.h"
+#include "tags/field_text.h"
+#include "tags/tag_access.h"
+
+namespace tqv {
+namespace {
+
+// libtiff keeps the name pointer for the life of the handle, and handles outlive any one call:
+// names live for the process (one copy of each distinct name).
+char* KeepName(const char* name) {
+    static auto* names = new std::set<std::string>;
+    // libtiff never writes through field_name; the record type merely lacks the const.
+    return const_cast<char*>(names->insert(name).first->c_str());
+}
+
+// The declaration in a form libtiff 4.5 handles: ASCII plain (-1) or counted (-3, the only
+// counted ASCII form it accepts without aborting), other counted types with a variable count,
+// and fixed counts without a count argument. Variable counts without a count argument would be
+// truncated to one byte per value, so they are refused, as are unknown types. Every private
+// field lives in libtiff's custom bit: any other bit would mark a built-in field as set.
+std::optional<TIFFFieldInfo> SafeFieldInfo(int32_t tag, int32_t readCount, int32_t writeCount, int32_t type,
+                                           int32_t okToChange, int32_t passCount) {
+    if (type < TIFF_BYTE || type > TIFF_IFD8) return std::nullopt;
+    auto reads = static_cast<short>(readCount);
+    auto writes = static_cast<short>(writeCount);
+    const bool counted = (passCount & 0xFF) != 0;
+    if (type == TIFF_ASCII) {
+        reads = writes = counted ? TIFF_VARIABLE2 : TIFF_VARIABLE;
+    } else if (counted) {
+        reads = writes = reads == TIFF_VARIABLE2 ? TIFF_VARIABLE2 : TIFF_VARIABLE;
+    } else if (reads < 1 || writes < 1) {
+        return std::nullopt;
+    }
+    TIFFFieldInfo info{};
+    info.field_tag = static_cast<uint32_t>(tag);
+    info.field_readcount = reads;
+    info.field_writecount = writes;
+    info.field_type = static_cast<TIFFDataType>(type);
+    info.field_bit = FIELD_CUSTOM;
+    info.field_oktochange = static_cast<unsigned char>(okToChange & 0xFF);
+    info.field_passcount = counted ? 1 : 0;
+    return info;
+}
+
+REALstring BinaryString(const void* bytes, int64_t length) {
+    return REALBuildUnicodeString(bytes, length, kREALTextEncodingUnknown);
+}
+
+REALstring GetTagData(TIFF* tiff, uint32_t tag) {
+    if (tiff == nullptr) return nullptr;
+    const FieldShape shape = ShapeOf(tiff, tag);
+    Scratch scratch;
+    if (!(shape.passCount || shape.Text()) || GetIntoScratch(tiff, tag, Read::Plain, scratch) == 0)
+        return nullptr;
+    if (!shape.passCount) {
+        const FieldText text = TextOf(shape, scratch);
+        return BinaryString(text.bytes, static_cast<int64_t>(text.length));
+    }
+    // count values of at least one byte each: count bytes are always there.
+    const uint32_t count = shape.GetCountSize() == 4 ? scratch.As<uint32_t>(0) : scratch.As<uint16_t>(0);
+    return BinaryString(scratch.As<const void*>(1), count);
+}
+
+// One value per byte: values wider than a byte get the string's bytes first and zeros after,
+// so libtiff never copies past the string.
+bool SetCountedBytes(TIFF* tiff, const FieldShape& shape, uint32_t tag, const rbData& data) {
+    const auto count = static_cast<uint32_t>(data.Length());
+    if (shape.elementSize <= 1) return SetCounted(tiff, shape, tag, count, data.Bytes());
+    std::vector<uint8_t> values(size_t{count} * static_cast<size_t>(shape.elementSize));
+    if (count > 0) std::copy(data.Bytes(), data.Bytes() + count, values.begin());
+    return SetCounted(tiff, shape, tag, count, values.data());
+}
+
+bool SetTagData(TIFF* tiff, uint32_t tag, REALstring string) {
+    if (tiff == nullptr) return false;
+    const rbData data(string);
+    const FieldShape shape = ShapeOf(tiff, tag);
+    switch (shape.SetArgumentKind()) {
+        case SetArgument::Unknown:  // libtiff reports the unknown tag without reading further
+            return TIFFSetField(tiff, tag, data.Length(), data.Bytes()) == 1;
+        case SetArgument::Counted:
+            return SetCountedBytes(tiff, shape, tag, data);
+        case SetArgument::Text: {
+            const std::string text(reinterpret_cast<const char*>(data.Bytes()),
+                                   static_cast<size_t>(data.Length()));
+            return TIFFSetField(tiff, tag, text.c_str()) == 1;
+        }
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t writeCount, int32_t type,
+                  int32_t /*fieldBit*/, int32_t okToChange, int32_t passCount, REALstring name) {
+    TIFF* tiff = OpenTiffOf(self);
+    if (tiff == nullptr) return false;
+    std::optional<TIFFFieldInfo> info =
+        SafeFieldInfo(tag, readCount, writeCount, type, okToChange, passCount);
+    if (!info) return false;
+    rbText text(name);
+    info->field_name = KeepName(text.GetUTF8());
+    TIFFMergeFieldInfo(tiff, &*info, 1);  // libtiff copies the record; a known tag is skipped
+    return true;
+}
+
+REALstring GetData(REALobject self, int32_t tag) {
+    return GetTagData(OpenTiffOf(self), static_cast<uint32_t>(tag));
+}
+bool SetData(REALobject self, int32_t tag, REALstring data) {
+    return SetTagData(OpenTiffOf(self), static_cast<uint32_t>(tag), data);
+}
+
+REALstring GetColorProfile(REALobject self) {
+    return GetTagData(OpenTiffOf(self), TIFFTAG_ICCPROFILE);
+}
+bool SetColorProfile(REALobject self, REALstring profile) {
+    return SetTagData(OpenTiffOf(self), TIFFTAG_ICCPROFILE, profile);
+}
+REALstring GetXMP(REALobject self) {
+    return GetTagData(OpenTiffOf(self), TIFFTAG_XMLPACKET);
+}
+bool SetXMP(REALobject self, REALstring packet) {
+    return SetTagData(OpenTiffOf(self), TIFFTAG_XMLPACKET, packet);
+}
+
+}  // namespace tqv

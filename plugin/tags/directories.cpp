@@ -1,0 +1,101 @@
+#include "tags/directories.h"
+
+#include <tiffio.h>
+
+#include "bridge/handles.h"
+#include "bridge/path.h"
+#include "bridge/services.h"
+#include "import/full_colour.h"
+#include "session/tiff_data.h"
+#include "tags/tag_access.h"
+
+namespace tqv {
+namespace {
+
+// The decode's own result is not the method's: the directory did change.
+bool AfterDirectoryChange(REALobject self, bool changed, bool headerOnly) {
+    if (!changed) return false;
+    if (!headerOnly) ReadRGB(self);
+    return true;
+}
+
+bool ReadDirectory(REALobject self, bool headerOnly) {
+    TIFF* tiff = OpenTiffOf(self);
+    return tiff != nullptr && AfterDirectoryChange(self, TIFFReadDirectory(tiff) != 0, headerOnly);
+}
+
+// libtiff 4.5 takes 32-bit directory numbers and fails on 65536; the host's index is 16-bit.
+bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
+    TIFF* tiff = OpenTiffOf(self);
+    if (tiff == nullptr) return false;
+    const auto directory = static_cast<uint16_t>(index);
+    return AfterDirectoryChange(self, TIFFSetDirectory(tiff, directory) != 0, headerOnly);
+}
+
+template <typename Call>
+bool OnOpenTiff(REALobject self, Call call) {
+    TIFF* tiff = OpenTiffOf(self);
+    return tiff != nullptr && call(tiff);
+}
+
+}  // namespace
+
+bool rbTIFFReadDirectory1(REALobject self) {
+    return ReadDirectory(self, false);
+}
+bool rbTIFFReadDirectory2(REALobject self, bool headerOnly) {
+    return ReadDirectory(self, headerOnly);
+}
+bool rbTIFFSetDirectory2(REALobject self, int32_t index) {
+    return SetDirectory(self, index, false);
+}
+bool rbTIFFSetDirectory3(REALobject self, int32_t index, bool headerOnly) {
+    return SetDirectory(self, index, headerOnly);
+}
+
+bool rbTIFFRewriteDirectory(REALobject self) {
+    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFRewriteDirectory(tiff) != 0; });
+}
+bool rbTIFFWriteDirectory(REALobject self) {
+    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFWriteDirectory(tiff) != 0; });
+}
+bool rbTIFFLastDirectory(REALobject self) {
+    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFLastDirectory(tiff) == 1; });
+}
+bool rbTIFFFlush(REALobject self) {
+    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFFlush(tiff) == 1; });
+}
+bool rbTIFFFlushData(REALobject self) {
+    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFFlushData(tiff) == 1; });
+}
+
+int32_t rbTIFFNumberOfDirectories(REALobject self) {
+    TIFF* tiff = OpenTiffOf(self);
+    return tiff != nullptr ? static_cast<uint16_t>(TIFFNumberOfDirectories(tiff)) : 0;
+}
+
+// Before the first directory of a new file exists libtiff answers 4294967295; cut to 16 bits
+// that is 65535, the number older hosts saw.
+int32_t rbTIFFCurrentDirectory(REALobject self) {
+    TIFF* tiff = OpenTiffOf(self);
+    return tiff != nullptr ? static_cast<uint16_t>(TIFFCurrentDirectory(tiff)) : 0;
+}
+
+REALobject OpenTifffile2(REALfolderItem file, bool headerOnly) {
+    if (RaiseIfNil(file, "folderitem is nil")) return nullptr;
+    rbPath path(file);
+    const char* unixPath = path.GetUnixPath();
+    TIFF* tiff = unixPath != nullptr ? TIFFOpen(unixPath, "r") : nullptr;
+    if (tiff == nullptr) return nullptr;
+    ObjectRef object = ObjectRef::Steal(REALnewInstance("TiffPictureTQV"));
+    TiffData* record = TiffDataOf(object.get());
+    if (record == nullptr) {
+        TIFFClose(tiff);
+        return nullptr;
+    }
+    record->tiff = tiff;
+    if (!headerOnly) ReadRGB(object.get());
+    return object.Release();
+}
+
+}  // namespace tqv

@@ -1,0 +1,140 @@
+#include "tags/tag_access.h"
+
+#include <cstdint>
+
+#include "bridge/services.h"
+#include "bridge/values.h"
+#include "session/messages.h"
+#include "session/tiff_data.h"
+
+namespace tqv {
+namespace {
+
+bool IsIntegerType(TIFFDataType type) {
+    switch (type) {
+        case TIFF_BYTE:
+        case TIFF_SBYTE:
+        case TIFF_SHORT:
+        case TIFF_SSHORT:
+        case TIFF_LONG:
+        case TIFF_SLONG:
+        case TIFF_UNDEFINED:
+        case TIFF_IFD:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool IsFloatingType(TIFFDataType type) {
+    return type == TIFF_RATIONAL || type == TIFF_SRATIONAL || type == TIFF_FLOAT || type == TIFF_DOUBLE;
+}
+
+// Codec pseudo-tags (JPEGQuality, FaxMode, ...) have no counts; their value is an int, a double
+// (LercMaximumError), a uint16 (PerSample) or a function pointer (FaxFillFunc).
+SetArgument PseudoArgument(const FieldShape& shape) {
+    if (shape.elementSize == 8) return SetArgument::Double;
+    if (shape.elementSize == 4 || shape.type == TIFF_SHORT) return SetArgument::Int;
+    return SetArgument::Other;
+}
+
+// Built-in per-sample shorts (SampleFormat, MinSampleValue, ...) are set and read as one uint16.
+bool IsPerSampleShort(const FieldShape& shape) {
+    return shape.writeCount < 0 && shape.type == TIFF_SHORT && shape.elementSize == 2;
+}
+
+}  // namespace
+
+TIFF* OpenTiffOf(REALobject self) {
+    TiffData* record = TiffDataOf(self);
+    return record != nullptr ? record->tiff : nullptr;
+}
+
+TIFF* SessionTiff(REALobject self) {
+    if (self != nullptr) current = self;
+    return OpenTiffOf(self);
+}
+
+bool BlockHolds(REALmemoryBlock block, int64_t bytes) {
+    if (block == nullptr) return false;
+    const int32_t size = REALMemoryBlockGetSize(block);
+    return size == REAL_MEMORYBLOCK_UNKNOWN_SIZE || bytes <= size;
+}
+
+int32_t ScanlineBytes(TIFF* tiff) {
+    if (tiff == nullptr) return 0;
+    const tmsize_t size = TIFFScanlineSize(tiff);
+    return size > 0 && size <= INT32_MAX ? static_cast<int32_t>(size) : 0;
+}
+
+bool RaiseIfNil(const void* value, const char* message) {
+    if (value != nullptr) return false;
+    RaiseException("NilObjectException", message, kREALTextEncodingASCII);
+    return true;
+}
+
+int GetIntoScratch(TIFF* tiff, uint32_t tag, Read read, Scratch& scratch) {
+    scratch = Scratch{};
+    auto* s = scratch.slot;
+    if (read == Read::Defaulted) return TIFFGetFieldDefaulted(tiff, tag, &s[0], &s[1], &s[2], &s[3]);
+    return TIFFGetField(tiff, tag, &s[0], &s[1], &s[2], &s[3]);
+}
+
+FieldShape ShapeOf(TIFF* tiff, uint32_t tag) {
+    FieldShape shape;
+    shape.field = tiff != nullptr ? TIFFFindField(tiff, tag, TIFF_ANY) : nullptr;
+    if (shape.field == nullptr) return shape;
+    shape.type = TIFFFieldDataType(shape.field);
+    shape.readCount = TIFFFieldReadCount(shape.field);
+    shape.writeCount = TIFFFieldWriteCount(shape.field);
+    shape.passCount = TIFFFieldPassCount(shape.field) != 0;
+    shape.elementSize = TIFFFieldSetGetSize(shape.field);
+    return shape;
+}
+
+int FieldShape::GetCountSize() const {
+    if (!passCount) return 0;
+    return readCount == TIFF_VARIABLE2 ? 4 : 2;
+}
+
+SetArgument FieldShape::SetArgumentKind() const {
+    if (!Known()) return SetArgument::Unknown;
+    if (passCount) return SetArgument::Counted;
+    if (type == TIFF_ASCII) return SetArgument::Text;
+    if (readCount == 0 && writeCount == 0) return PseudoArgument(*this);
+    if (type == TIFF_SHORT && readCount == 2 && elementSize == 4) return SetArgument::IntPair;
+    if (IsIntegerType(type) && (writeCount == 1 || IsPerSampleShort(*this))) return SetArgument::Int;
+    if (IsFloatingType(type) && writeCount == 1) return SetArgument::Double;
+    return SetArgument::Other;
+}
+
+int FieldShape::FirstOutputWidth() const {
+    switch (SetArgumentKind()) {
+        case SetArgument::Unknown:
+            return 0;
+        case SetArgument::Counted:
+            return GetCountSize();
+        case SetArgument::IntPair:
+            return 2;
+        case SetArgument::Int:
+            if (readCount == 0) return type == TIFF_SHORT ? 2 : 4;
+            return elementSize;
+        case SetArgument::Double:
+            return elementSize;
+        default:
+            return static_cast<int>(sizeof(void*));  // a pointer, a 64-bit value or a double
+    }
+}
+
+int FieldShape::SecondOutputWidth() const {
+    switch (SetArgumentKind()) {
+        case SetArgument::Counted:
+            return static_cast<int>(sizeof(void*));
+        case SetArgument::IntPair:
+            return 2;
+        default:
+            return 0;
+    }
+}
+
+}  // namespace tqv

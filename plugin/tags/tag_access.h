@@ -1,0 +1,89 @@
+// What every tag, directory and scanline operation needs: the session's libtiff handle, the
+// room of a host memory block, and the shape of a field as libtiff really defines it.
+//
+// libtiff's get and set calls are variadic: the caller must pass exactly the argument shape the
+// field's definition asks for, or libtiff reads and writes through the wrong types. Where a host
+// program chooses the tag and the value type, the plugin looks the definition up first
+// (TIFFFindField) and calls libtiff only with a matching shape; getters hand libtiff scratch slots
+// wide enough for anything it may write.
+#ifndef TQV_TAGS_TAG_ACCESS_H
+#define TQV_TAGS_TAG_ACCESS_H
+
+#include <tiffio.h>
+#include <tqv/plugin_abi.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace tqv {
+
+// The open handle of `self`, or nil. SessionTiff also makes `self` the message target.
+TIFF* OpenTiffOf(REALobject self);
+TIFF* SessionTiff(REALobject self);
+
+// True when the block has room for `bytes` bytes. A block whose size the host does not know
+// (a wrapped pointer) is taken at the caller's word.
+bool BlockHolds(REALmemoryBlock block, int64_t bytes);
+
+// TIFFScanlineSize as a host integer: 0 when libtiff fails or the row is wider than a host
+// integer can count.
+int32_t ScanlineBytes(TIFF* tiff);
+
+// Raises "NilObjectException" with `message` when `value` is nil; true when it raised.
+bool RaiseIfNil(const void* value, const char* message);
+
+// libtiff writes at most three outputs, none wider than 8 bytes; four 16-byte slots cover every
+// tag, whatever output type the caller had in mind.
+struct alignas(16) ScratchSlot {
+    unsigned char bytes[16];
+};
+struct Scratch {
+    ScratchSlot slot[4]{};
+    template <typename T>
+    T As(int index) const {
+        T value;
+        std::memcpy(&value, slot[index].bytes, sizeof value);
+        return value;
+    }
+};
+
+enum class Read { Plain, Defaulted };
+// TIFFGetField or TIFFGetFieldDefaulted into the scratch slots; libtiff's result.
+int GetIntoScratch(TIFF* tiff, uint32_t tag, Read read, Scratch& scratch);
+
+// How the value of a field travels through TIFFSetField.
+enum class SetArgument {
+    Unknown,  // libtiff does not know the tag: it refuses before reading any argument
+    Int,      // one int (every integer type up to 32 bits)
+    IntPair,  // two ints (PageNumber, HalftoneHints, YCbCrSubsampling)
+    Double,   // one double (every floating and rational scalar)
+    Text,     // one char*
+    Counted,  // a count (int or uint32) and a pointer to the values
+    Other,    // pointers, 64-bit values, per-sample arrays: no generic family fits
+};
+
+struct FieldShape {
+    const TIFFField* field = nullptr;
+    TIFFDataType type = TIFF_NOTYPE;
+    int readCount = 0;
+    int writeCount = 0;
+    bool passCount = false;
+    int elementSize = 0;  // bytes of one value as libtiff takes and hands it out
+
+    bool Known() const { return field != nullptr; }
+    bool Text() const { return Known() && type == TIFF_ASCII; }
+    // Bytes of the count that TIFFGetField writes first for a counted field; 0 for none.
+    int GetCountSize() const;
+    // TIFFSetField takes the count as uint32 (else as int).
+    bool SetCountIsUInt32() const { return writeCount == TIFF_VARIABLE2; }
+    SetArgument SetArgumentKind() const;
+    // Bytes of TIFFGetField's first and second outputs.
+    int FirstOutputWidth() const;
+    int SecondOutputWidth() const;
+};
+
+FieldShape ShapeOf(TIFF* tiff, uint32_t tag);
+
+}  // namespace tqv
+
+#endif  // TQV_TAGS_TAG_ACCESS_H
