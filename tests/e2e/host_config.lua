@@ -19,6 +19,25 @@ T.group("Host configuration " .. wantVersion .. " " .. wantKind, function()
     T.eq(tostring(FixtureAppKindTQV()), wantKind)
   end)
 
+  T.test("host.config() reports the same configuration", function()
+    local c = host.config()
+    T.eq(c.app, wantKind)
+    if wantVersion == "0" then
+      -- The configured version stays; the plugin sees 0 because the service is withheld.
+      T.eq(table.concat(c.withheld, ","), "REALGetRBVersion")
+    elseif wantVersion ~= "any" then
+      T.eq(c.version, tonumber(wantVersion))
+    end
+  end)
+
+  T.test("pictures of this application kind keep their pixels", function()
+    local o, p = FixtureTQV(), FixtureTQV():MakePicture(3, 2)
+    p:SetPixel(2, 1, 200, 100, 50)
+    local r, g, b = p:Pixel(2, 1)
+    T.eq(r, 200); T.eq(g, 100); T.eq(b, 50)
+    T.eq(o:PictureWidth(p), 3)
+  end)
+
   T.test("console-safe members work in every application kind", function()
     local o = FixtureTQV()
     o.Name = "x"
