@@ -7,8 +7,9 @@
 --   T.finish()   -- prints "N passed, N failed" and exits non-zero on any failure
 --
 -- After every test the library collects garbage and checks reference balance: the plugin must
--- hold exactly as many host references as before the test, unless the test returns the objects
--- it still holds (`return keep(obj, ...)` is not needed: locals die with the test function).
+-- hold exactly as many host references as before the test (locals die with the test function),
+-- and the host must have recorded no accounting fault (double release, unlock of a dead handle)
+-- that the test did not consume itself with host.accountingErrors().
 local T = {}
 local passed, failed, current_group = 0, 0, nil
 local only = os.getenv("TQV_TEST_FILTER")
@@ -79,9 +80,14 @@ function T.test(name, fn)
   end)
   if ok then
     local after, kinds = live_total()
+    local faults = host.accountingErrors()
     if after ~= before then
       ok, err = false, { msg = string.format("reference balance: plugin holds %d references, %d before the test (%s)",
                                              after, before, describe_kinds(kinds)), at = "" }
+    elseif #faults > 0 then
+      -- a release beyond the plugin's locks, an unlock of a dead handle, a result returned
+      -- without a lock: balanced counts can hide these
+      ok, err = false, { msg = "host accounting errors: " .. table.concat(faults, "; "), at = "" }
     end
   end
   if ok then
