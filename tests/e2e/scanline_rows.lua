@@ -1,0 +1,108 @@
+-- Scanlines: single rows and runs read and written as libtiff's scanline interface has them.
+local T = require("testlib")
+local H = require("tags_helpers")
+
+local W, ROWS = 6, 4
+local path = H.write_pages(T.tmpfile("scanline_rows.tif"), { { w = W, h = ROWS, fill = H.ramp(W, 10) } })
+local row = H.ramp(W, 10)
+local PLANES = T.testdata("libtiff/images/minisblack-2c-8b-alpha.tiff")  -- separate planes
+
+local function opened(file)
+  local t = TiffPictureTQV()
+  T.truthy(t:Open(FolderItem(file or path)), "Open")
+  return t
+end
+
+T.group("Reading", function()
+  T.test("single rows into a new block and into the caller's block", function()
+    local t = opened()
+    T.eq(t.BytesPerRow, W)
+    for i = 0, ROWS - 1 do T.eq(t:Scanline(i):Bytes(), row(i), "row " .. i) end
+    local mb = MemoryBlock(W + 2)
+    mb:SetBytes(W, "\xEE\xEE")
+    T.eq(t:Scanline(mb, 2), true)
+    T.eq(mb:Bytes(), row(2) .. "\xEE\xEE", "only the row's bytes are written")
+  end)
+  T.test("runs are whole or nil", function()
+    local t = opened()
+    T.eq(t:Scanlines(1, 3):Bytes(), row(1) .. row(2) .. row(3))
+    T.eq(t:Scanlines(0, ROWS).Size, W * ROWS)
+    T.eq(t:Scanlines(2, 3), nil, "one row short")
+    T.eq(t:Scanlines(0, 0), nil)
+    T.eq(t:Scanlines(0, -1), nil)
+    T.eq(t:Scanlines(0, 2147483647), nil, "larger than any block")
+  end)
+  T.test("past the last row: the byte -1 (not false), or nil", function()
+    local t = opened()
+    local errors = 0
+    t.Error = function() errors = errors + 1 end
+    T.eq(t:Scanline(MemoryBlock(W), ROWS), true, "0xFF reaches the host as true")
+    T.eq(t:Scanline(ROWS), nil)
+    T.truthy(errors >= 2, "libtiff reported both")
+  end)
+  T.test("a block shorter than a row is refused", function()
+    local t = opened()
+    local mb = MemoryBlock(W - 1)
+    T.eq(t:Scanline(mb, 0), false)
+    T.eq(mb:Bytes(), string.rep("\0", W - 1))
+  end)
+  T.test("the sample selects the plane, cut to 16 bits", function()
+    local t = opened(PLANES)
+    T.eq(t.PlanarConfig, 2)
+    -- PackBits rows are read from the start of their strip: row 0 of each plane.
+    local grey, alpha = t:Scanline(0, 0):Bytes(), t:Scanline(0, 1):Bytes()
+    T.truthy(grey ~= alpha, "two different planes")
+    T.eq(t:Scanline(0, 65536):Bytes(), grey)
+    T.eq(t:Scanline(0, 65537):Bytes(), alpha)
+    T.eq(t:Scanlines(0, 1, 65536):Bytes(), grey)
+  end)
+  T.test("a nil block raises before the open-file check; no file gives false or nil", function()
+    local t = TiffPictureTQV()
+    T.raises("NilObjectException", "memoryblock is nil", function() t:Scanline(nil, 0) end)
+    T.eq(t:Scanline(MemoryBlock(8), 0), false)
+    T.eq(t:Scanline(0), nil)
+    T.eq(t:Scanlines(0, 1), nil)
+    T.raises("NilObjectException", "memoryblock is nil", function() assign(t, "Scanline", nil, 0) end)
+    T.raises("NilObjectException", "memoryblock is nil", function() assign(t, "Scanlines", nil, 0, 1) end)
+    assign(t, "Scanline", MemoryBlock(8), 0)
+  end)
+end)
+
+T.group("Writing", function()
+  T.test("a run setter writes every row of the block", function()
+    local out = T.tmpfile("scanline_run.tif")
+    local t = TiffPictureTQV()
+    t:Create(FolderItem(out))
+    t.Width, t.Height, t.BitsPerSample, t.Photometric = W, ROWS, 8, 1
+    local mb = MemoryBlock(W * ROWS)
+    mb:SetBytes(0, row(0) .. row(1) .. row(2) .. row(3))
+    assign(t, "Scanlines", mb, 0, ROWS)
+    t:Close()
+    T.eq(opened(out):Scanlines(0, ROWS):Bytes(), mb:Bytes())
+  end)
+  T.test("rows beyond the end of the block are not written", function()
+    -- The run stops after the two whole rows the block holds; row 2 comes from the single setter.
+    local out = T.tmpfile("scanline_short_block.tif")
+    local t = TiffPictureTQV()
+    t:Create(FolderItem(out))
+    t.Width, t.Height, t.BitsPerSample, t.Photometric = W, ROWS, 8, 1
+    local mb = MemoryBlock(W * 2 + 3)
+    mb:SetBytes(0, row(0) .. row(1))
+    assign(t, "Scanlines", mb, 0, ROWS)
+    assign(t, "Scanline", mb, 2)
+    t:Close()
+    local r = opened(out)
+    T.eq(r:Scanlines(0, 3):Bytes(), row(0) .. row(1) .. row(0))
+  end)
+  T.test("a failing row does not stop the run", function()
+    local t = opened()  -- read-only: libtiff refuses every row
+    local errors = 0
+    t.Error = function() errors = errors + 1 end
+    assign(t, "Scanlines", MemoryBlock(W * 3), 0, 3)
+    T.eq(errors, 3, "each row was attempted")
+    assign(t, "Scanline", MemoryBlock(W), 0)
+    T.eq(errors, 4)
+  end)
+end)
+
+T.finish()
