@@ -2,7 +2,7 @@
 //
 //   tqvhost [--host-version V] [--app desktop|console|web|none] [--withhold NAME]...
 //           [--desktop-depth D] [--frameworks DIR] [--plugin PATH] run SCRIPT.lua [ARGS...]
-//   tqvhost [options] describe [PLUGIN]
+//   tqvhost [options] describe [--markdown] [PLUGIN]
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "describe_markdown.h"
 #include "lua_host.h"
 #include "tqvhost/host.h"
 #include "tqvhost/registry.h"
@@ -24,6 +25,7 @@ struct Options {
     std::string plugin;
     std::string command;
     std::vector<std::string> rest;
+    bool markdown = false;  // describe --markdown
 };
 
 int usage() {
@@ -31,7 +33,7 @@ int usage() {
         stderr,
         "usage: tqvhost [--host-version V] [--app desktop|console|web|none] [--withhold NAME]...\n"
         "               [--desktop-depth D] [--frameworks DIR] [--plugin PATH] run SCRIPT.lua [ARGS...]\n"
-        "       tqvhost [options] describe [PLUGIN]\n");
+        "       tqvhost [options] describe [--markdown] [PLUGIN]\n");
     return 2;
 }
 
@@ -91,9 +93,14 @@ bool parseOptions(int argc, char** argv, Options* o) {
 }
 
 int describe(const Options& o) {
-    for (const auto& line : tqvhost::registry().describeLines) std::printf("%s\n", line.c_str());
+    const auto& lines = tqvhost::registry().describeLines;
+    if (o.markdown) {
+        std::string name = o.plugin.substr(o.plugin.rfind('/') + 1);
+        std::fputs(tqvhost::markdown::render(lines, name).c_str(), stdout);
+    } else {
+        for (const auto& line : lines) std::printf("%s\n", line.c_str());
+    }
     return std::fflush(stdout) == 0 ? 0 : 1;
-    (void)o;
 }
 
 int traceback(lua_State* L) {
@@ -138,6 +145,10 @@ int run(const Options& o) {
 int main(int argc, char** argv) {
     Options o;
     if (!parseOptions(argc, argv, &o)) return usage();
+    if (o.command == "describe" && !o.rest.empty() && o.rest[0] == "--markdown") {
+        o.markdown = true;
+        o.rest.erase(o.rest.begin());
+    }
     if (o.command == "describe" && !o.rest.empty()) o.plugin = o.rest[0];
     if (o.command != "describe" && o.command != "run") return usage();
     if (o.plugin.empty()) o.plugin = builtOrInstalled(TQVHOST_DEFAULT_PLUGIN, "../lib/libTiffPictureTQV.so");
