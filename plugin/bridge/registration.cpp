@@ -13,8 +13,14 @@
 
 #include "bridge/entry_guard.h"
 #include "bridge/services.h"
+#include "export/bilevel.h"
+#include "export/gray.h"
 #include "export/rgb.h"
+#include "import/bilevel.h"
 #include "import/full_colour.h"
+#include "import/lut.h"
+#include "import/mirror_mask.h"
+#include "import/rgba_memory.h"
 #include "session/messages.h"
 #include "session/open_close.h"
 #include "session/picture_properties.h"
@@ -156,7 +162,7 @@ REALmethodDefinition tiffMethods[] = {
      4},
     {EntryMethod<&GetFieldDefaultedByte>(), nullptr,
      "GetFieldDefaultedByte(Tag as integer, byref value as integer) as boolean", 4},
-    {kLater, nullptr, "CombinePictureWithMask as picture", 0x40000},
+    {EntryMethod<&CombinePictureWithMask>(), nullptr, "CombinePictureWithMask as picture", 0x40000},
     {EntryMethod<&rbTIFFFlushData>(), nullptr, "FlushData as boolean", 4},
     {EntryMethod<&rbTIFFFlush>(), nullptr, "Flush as boolean", 4},
     {EntryMethod<&rbTIFFReadDirectory2>(), nullptr, "NextImage(HeaderOnly as boolean) as boolean", 4},
@@ -171,19 +177,19 @@ REALmethodDefinition tiffMethods[] = {
      "SetImageIndex(index as integer, HeaderOnly as boolean) as boolean", 4},
     {EntryMethod<&rbTIFFCurrentDirectory>(), nullptr, "ImageIndex as integer", 4},
     {EntryMethod<&WriteRGB>(), nullptr, "WriteRGB as boolean", 4},
-    {kLater, nullptr, "WriteGray as boolean", 4},
-    {kLater, nullptr, "WriteBW as boolean", 4},
+    {EntryMethod<&WriteGray>(), nullptr, "WriteGray as boolean", 4},
+    {EntryMethod<&WriteBW>(), nullptr, "WriteBW as boolean", 4},
     {EntryMethod<&PreviewReadRGB>(), nullptr, "ReadPreviewRGB(ReduceFactor as integer) as boolean", 4},
     {EntryMethod<&ReadRGB>(), nullptr, "ReadRGB as boolean", 4},
-    {kLater, nullptr, "ReadRGB(byref ErrorMessage as string) as memoryblock", 4},
-    {kLater, nullptr, "ReadBW as boolean", 4},
-    {kLater, nullptr,
+    {EntryMethod<&ReadRGBMemory>(), nullptr, "ReadRGB(byref ErrorMessage as string) as memoryblock", 4},
+    {EntryMethod<&ReadBW>(), nullptr, "ReadBW as boolean", 4},
+    {EntryMethod<&ReadBWrect>(), nullptr,
      "ReadBW(left as integer, top as integer, width as integer, height as integer) as boolean", 4},
-    {kLater, nullptr, "ReadPreviewBW as boolean", 4},
-    {kLater, nullptr,
+    {EntryMethod<&ReadBWpreview>(), nullptr, "ReadPreviewBW as boolean", 4},
+    {EntryMethod<&ReadBWpreviewrect>(), nullptr,
      "ReadPreviewBW(left as integer, top as integer, width as integer, height as integer) as boolean", 4},
-    {kLater, nullptr, "ReadWithLUT(ColorLookupTable() as color) as boolean", 4},
-    {kLater, nullptr,
+    {EntryMethod<&Read16>(), nullptr, "ReadWithLUT(ColorLookupTable() as color) as boolean", 4},
+    {EntryMethod<&Read16rect>(), nullptr,
      "ReadWithLUT(ColorLookupTable() as color, left as integer, top as integer, width as integer, height as "
      "integer) as boolean",
      4},
@@ -203,11 +209,12 @@ REALmethodDefinition tiffMethods[] = {
     {EntryMethod<&OpenStringTiff2>(), nullptr, "OpenString(data as string, Mode as string) as boolean", 4},
     {EntryMethod<&CreateStringTiff2>(), nullptr, "CreateString(Size as integer, Mode as string) as boolean",
      4},
-    {kLater, nullptr, "MirrorVertical(output as TiffPictureTQV) as boolean", 4},
-    {kLater, nullptr, "ReadRGBMemoryBegin(byref ErrorMessage as string) as boolean", 4},
-    {kLater, nullptr,
+    {EntryMethod<&MirrorVertical>(), nullptr, "MirrorVertical(output as TiffPictureTQV) as boolean", 4},
+    {EntryMethod<&ReadRGBMemoryBegin>(), nullptr,
+     "ReadRGBMemoryBegin(byref ErrorMessage as string) as boolean", 4},
+    {EntryMethod<&ReadRGBMemoryStep>(), nullptr,
      "ReadRGBMemoryStep(x as integer, y as integer, width as integer, height as integer) as memoryblock", 4},
-    {kLater, nullptr, "ReadRGBMemoryEnd", 4},
+    {EntryMethod<&ReadRGBMemoryEnd>(), nullptr, "ReadRGBMemoryEnd", 4},
 };
 
 REALconstant constants[] = {

@@ -1,0 +1,104 @@
+#include "export/bilevel.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "bridge/memory.h"
+#include "export/export_common.h"
+#include "picture/picture_editor.h"
+#include "session/messages.h"
+#include "session/tiff_data.h"
+
+namespace tqv {
+namespace {
+
+// The sum of the three channels at which a pixel counts as white.
+constexpr int kWhiteSum = 128;
+
+// Bits are or-ed into a zeroed row: first pixel in bit 7 of byte 0.
+template <int R, int G, int B, int Advance, bool WhiteIsOne>
+void PackRow(uint8_t* out, const uint8_t* in, int32_t count) {
+    for (int32_t x = 0; x < count; ++x) {
+        const uint8_t* p = in + x * Advance;
+        const bool white = p[R] + p[G] + p[B] >= kWhiteSum;
+        out[x >> 3] |= static_cast<uint8_t>((white == WhiteIsOne ? 1u : 0u) << (7 - (x & 7)));
+    }
+}
+
+// A layout this system does not know reads as black.
+template <bool WhiteIsOne>
+void PackUnknownRow(uint8_t* out, const uint8_t*, int32_t count) {
+    for (int32_t x = 0; x < count; ++x)
+        out[x >> 3] |= static_cast<uint8_t>((WhiteIsOne ? 0u : 1u) << (7 - (x & 7)));
+}
+
+struct PackerRow {
+    int32_t pixelType;
+    PixelRowConverter whiteIsOne, blackIsOne;
+};
+
+constexpr PackerRow kPackers[] = {
+    {kPixelTypeXRGB, PackRow<1, 2, 3, 4, true>, PackRow<1, 2, 3, 4, false>},
+    {kPixelTypeRGB, PackRow<0, 1, 2, 3, true>, PackRow<0, 1, 2, 3, false>},
+    {kPixelTypeBGRX, PackRow<2, 1, 0, 4, true>, PackRow<2, 1, 0, 4, false>},
+};
+constexpr PackerRow kUnknownLayout{0, PackUnknownRow<true>, PackUnknownRow<false>};
+
+// Nil for a photometric or fill order that has no bit sense: nothing is written then.
+PixelRowConverter ChoosePacker(int32_t pixelType, uint16_t fillOrder, uint16_t photometric) {
+    if (fillOrder != FILLORDER_MSB2LSB && fillOrder != FILLORDER_LSB2MSB) return nullptr;
+    if (photometric != PHOTOMETRIC_MINISWHITE && photometric != PHOTOMETRIC_MINISBLACK) return nullptr;
+    const PackerRow* packer = &kUnknownLayout;
+    for (const PackerRow& row : kPackers)
+        if (row.pixelType == pixelType) packer = &row;
+    return photometric == PHOTOMETRIC_MINISBLACK ? packer->whiteIsOne : packer->blackIsOne;
+}
+
+bool Tag(TIFF* tiff, uint32_t width, uint32_t height) {
+    const TagStep steps[] = {
+        {TIFFTAG_IMAGELENGTH, TagRule::IfUnset, TagInt(height)},
+        {TIFFTAG_IMAGEWIDTH, TagRule::IfUnsetOrZero, TagInt(width)},
+        {TIFFTAG_ROWSPERSTRIP, TagRule::IfUnset, TagInt(1)},
+        {TIFFTAG_PLANARCONFIG, TagRule::IfUnset, TagInt(PLANARCONFIG_CONTIG)},
+        {TIFFTAG_BITSPERSAMPLE, TagRule::IfUnset, TagInt(1)},
+        {TIFFTAG_SAMPLESPERPIXEL, TagRule::IfUnset, TagInt(1)},
+        {TIFFTAG_PHOTOMETRIC, TagRule::IfUnset, TagInt(PHOTOMETRIC_MINISBLACK)},
+        {TIFFTAG_FILLORDER, TagRule::IfUnset, TagInt(FILLORDER_MSB2LSB)},
+        {TIFFTAG_XRESOLUTION, TagRule::IfUnset, TagReal(72.0)},
+        {TIFFTAG_YRESOLUTION, TagRule::IfUnset, TagReal(72.0)},
+        {TIFFTAG_ORIENTATION, TagRule::IfUnset, TagInt(ORIENTATION_TOPLEFT)},
+        {TIFFTAG_RESOLUTIONUNIT, TagRule::IfUnset, TagInt(RESUNIT_INCH)},
+        {TIFFTAG_COMPRESSION, TagRule::IfUnset, TagInt(COMPRESSION_NONE)},
+    };
+    return ApplyTagSteps(tiff, steps);
+}
+
+}  // namespace
+
+bool WriteBW(REALobject object) {
+    TiffData* record = TiffDataOf(object);
+    if (record == nullptr) return false;
+    current = object;
+    if (record->tiff == nullptr || record->Pict == nullptr) return false;
+    PictureReader reader;
+    if (!reader.GetPictureReader(record->Pict)) return false;
+    YieldToHost(object, record);
+    current = object;
+    TIFF* tiff = record->tiff;
+    if (tiff == nullptr) return false;
+    const bool tagged = Tag(tiff, static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height));
+    // The rows are packed from the picture's width, but libtiff takes a whole scanline of the
+    // image's tags from the buffer: a caller's wider image or deeper samples are padded with zeros.
+    const int64_t scanline = ScanlineBytes64(tiff);
+    const int64_t bytes = std::max(int64_t{reader.width} + 10, scanline);
+    const ClearMemoryPtr<uint8_t> buffer(static_cast<uint8_t*>(AllocateClearMemory(bytes)));
+    if (scanline < 1 || !tagged || buffer == nullptr) return false;
+    const PixelRowConverter pack = ChoosePacker(reader.pixelType, TagOr(tiff, TIFFTAG_FILLORDER, 1),
+                                                TagOr(tiff, TIFFTAG_PHOTOMETRIC, 1));
+    if (pack == nullptr) return true;
+    return WriteRows({object, record, tiff, buffer.get(), bytes, pack, true}, reader);
+}
+
+}  // namespace tqv

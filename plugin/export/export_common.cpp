@@ -1,0 +1,86 @@
+#include "export/export_common.h"
+
+#include <cstring>
+
+#include "bridge/memory.h"
+#include "picture/picture_editor.h"
+#include "session/messages.h"
+#include "session/tiff_data.h"
+
+namespace tqv {
+namespace {
+
+// libtiff writes at most three outputs for any tag, none wider than 8 bytes; these tags have one
+// of at most 4. Four aligned slots cover whatever it writes.
+struct TagScratch {
+    alignas(16) unsigned char slot[4][16] = {};
+};
+
+bool Read(TIFF* tiff, ttag_t tag, TagScratch& scratch) {
+    return TIFFGetField(tiff, tag, scratch.slot[0], scratch.slot[1], scratch.slot[2], scratch.slot[3]) == 1;
+}
+
+bool Set(TIFF* tiff, ttag_t tag, const TagValue& value) {
+    if (value.real) return TIFFSetField(tiff, tag, value.number) == 1;
+    return TIFFSetField(tiff, tag, value.integer) == 1;
+}
+
+bool ApplyStep(TIFF* tiff, const TagStep& step) {
+    if (step.rule == TagRule::Always) return Set(tiff, step.tag, step.value);
+    TagScratch scratch;
+    bool ok = true;
+    if (!Read(tiff, step.tag, scratch)) ok = Set(tiff, step.tag, step.value);
+    if (step.rule == TagRule::IfUnsetOrZero) {
+        uint32_t inEffect = 0;
+        if (Read(tiff, step.tag, scratch)) std::memcpy(&inEffect, scratch.slot[0], sizeof inEffect);
+        if (inEffect == 0) ok = Set(tiff, step.tag, step.value) && ok;
+    } else if (step.rule == TagRule::AtLeastOne) {
+        // The value read before any default was set: 0 when the tag was unset.
+        float resolution = 0.0f;
+        std::memcpy(&resolution, scratch.slot[0], sizeof resolution);
+        if (resolution < 1.0f) ok = Set(tiff, step.tag, step.value) && ok;
+    }
+    return ok;
+}
+
+// The rows go on only into the handle the pass started with, and only while its scanlines fit
+// the buffer libtiff reads them from.
+bool StillWritable(const ExportPass& pass) {
+    return pass.record->tiff == pass.tiff && ScanlineBytes64(pass.tiff) <= pass.bufferBytes;
+}
+
+}  // namespace
+
+bool ApplyTagSteps(TIFF* tiff, std::span<const TagStep> steps) {
+    bool ok = true;
+    for (const TagStep& step : steps) ok = ApplyStep(tiff, step) && ok;
+    return ok;
+}
+
+uint16_t TagOr(TIFF* tiff, ttag_t tag, uint16_t fallback) {
+    TagScratch scratch;
+    if (!Read(tiff, tag, scratch)) return fallback;
+    uint16_t value;
+    std::memcpy(&value, scratch.slot[0], sizeof value);
+    return value;
+}
+
+int64_t ScanlineBytes64(TIFF* tiff) {
+    const uint64_t size = TIFFScanlineSize64(tiff);
+    return size > static_cast<uint64_t>(INT32_MAX) ? 0 : static_cast<int64_t>(size);
+}
+
+bool WriteRows(const ExportPass& pass, PictureReader& reader) {
+    for (int32_t y = 0; y < reader.height; ++y) {
+        pass.convert(pass.buffer, reader.rowPointer, reader.width);
+        if (!StillWritable(pass)) return false;
+        if (TIFFWriteScanline(pass.tiff, pass.buffer, static_cast<uint32_t>(y), 0) != 1) return false;
+        reader.AddPixelRow();
+        if (pass.clearAfterRow) ClearMemory(pass.buffer, reader.width);
+        YieldToHost(pass.self, pass.record);
+        current = pass.self;
+    }
+    return true;
+}
+
+}  // namespace tqv

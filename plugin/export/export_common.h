@@ -1,0 +1,78 @@
+// What the grey and bilevel exports share: filling in image tags by rule, and the pass that turns
+// the rows of a locked picture into scanlines.
+#ifndef TQV_EXPORT_EXPORT_COMMON_H
+#define TQV_EXPORT_EXPORT_COMMON_H
+
+#include <tiffio.h>
+#include <tqv/plugin_abi.h>
+
+#include <cstdint>
+#include <span>
+
+namespace tqv {
+
+class PictureReader;
+struct TiffData;
+
+// ---- Tags -----------------------------------------------------------------------------------
+
+enum class TagRule {
+    Always,         // set whatever the image holds
+    IfUnset,        // keep what the caller set
+    IfUnsetOrZero,  // as IfUnset, and replace a value of 0
+    AtLeastOne,     // resolutions: set when unset, and replace anything below 1
+};
+
+// How the value travels through TIFFSetField: 32-bit integer (what libtiff takes for both its
+// 16- and 32-bit integer tags) or double (resolutions).
+struct TagValue {
+    bool real;
+    uint32_t integer;
+    double number;
+};
+constexpr TagValue TagInt(uint32_t value) {
+    return {false, value, 0.0};
+}
+constexpr TagValue TagReal(double value) {
+    return {true, 0, value};
+}
+
+struct TagStep {
+    ttag_t tag;
+    TagRule rule;
+    TagValue value;
+};
+
+// Applies the steps in order; every step is made even after one failed. True when every tag is
+// present or was set.
+bool ApplyTagSteps(TIFF* tiff, std::span<const TagStep> steps);
+// The value of a 16-bit tag the image holds, else `fallback`.
+uint16_t TagOr(TIFF* tiff, ttag_t tag, uint16_t fallback);
+// TIFFScanlineSize as a host-sized count: 0 when libtiff fails or a host integer cannot count it.
+int64_t ScanlineBytes64(TIFF* tiff);
+
+// ---- Rows -----------------------------------------------------------------------------------
+
+// Converts one picture row (`count` pixels of the reader's layout) into a scanline; chosen once
+// for the picture's layout.
+using PixelRowConverter = void (*)(uint8_t* out, const uint8_t* in, int32_t count);
+
+struct ExportPass {
+    REALobject self;
+    TiffData* record;
+    TIFF* tiff;
+    uint8_t* buffer;
+    int64_t bufferBytes;
+    PixelRowConverter convert;
+    // Bilevel rows are or-ed into the buffer, which is zeroed again after every row.
+    bool clearAfterRow;
+};
+
+// Writes the picture's rows from the top, one scanline each, yielding after every row. False as
+// soon as a scanline is not written, or when host code run by a yield has taken the session's
+// TIFF away (or replaced it with one whose rows no longer fit the buffer).
+bool WriteRows(const ExportPass& pass, PictureReader& reader);
+
+}  // namespace tqv
+
+#endif  // TQV_EXPORT_EXPORT_COMMON_H
