@@ -26,7 +26,7 @@ options:
 ]])
 
 local compressions = {
-  none = 1, lzw = 5, deflate = 32946, jpeg = 7, packbits = 32773, g4 = 4,
+  none = 1, lzw = 5, deflate = 8, jpeg = 7, packbits = 32773, g4 = 4,
 }
 
 local opts, args = tt.parse(arg, {
