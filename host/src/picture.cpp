@@ -1,8 +1,11 @@
 // Picture handles and the picture services.
 #include "tqvhost/picture.h"
 
+#include <sys/mman.h>
+
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 #include "../frameworks/gworld.h"
 #include "services.h"
@@ -34,6 +37,16 @@ uint8_t expand5(unsigned v) {
 
 }  // namespace
 
+void PixelBytes::assign(size_t size, uint8_t) {
+    bytes_.reset(static_cast<uint8_t*>(std::calloc(size > 0 ? size : 1, 1)));
+    if (!bytes_) throw std::bad_alloc();
+    constexpr size_t kPage = 4096, kHugePage = size_t{2} << 20;
+    if (size < kHugePage) return;
+    const auto start = (reinterpret_cast<uintptr_t>(bytes_.get()) + kPage - 1) & ~(kPage - 1);
+    const auto end = (reinterpret_cast<uintptr_t>(bytes_.get()) + size) & ~(kPage - 1);
+    if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);  // a hint only
+}
+
 PictureHandle::PictureHandle(int32_t width, int32_t height, int32_t depth, PictureBackend backend)
     : Handle(Kind::Picture), width_(width), height_(height), depth_(depth), backend_(backend) {
     if (backend == PictureBackend::PixelRecord) {
@@ -61,7 +74,7 @@ PictureHandle::~PictureHandle() = default;
 void PictureHandle::destroy() {
     mask = HostRef();
     // The pixels go; the records stay (with null pointers) so that stale descriptions fail safely.
-    std::vector<uint8_t>().swap(bytes_);
+    bytes_ = PixelBytes();
     std::vector<uint8_t*>().swap(rows_);
     if (record_) record_->storage = nullptr, record_->rows = nullptr;
     if (pixMap_) pixMap_->baseAddr = nullptr;

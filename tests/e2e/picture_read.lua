@@ -29,7 +29,9 @@ local function shell_quote(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
 
 -- status: "ok", "too-large" or "no"; with the size and the raw pixels when rendered.
 local function reference(path)
-  local raw_path = T.tmpfile("picture_read_reference.raw")
+  -- One file per back end: the configurations may run side by side.
+  local config = host.config()
+  local raw_path = T.tmpfile("picture_read_reference_" .. config.app .. config.desktopDepth .. ".raw")
   os.remove(raw_path)
   local pipe = assert(io.popen(REFERENCE .. " " .. shell_quote(path) .. " " .. shell_quote(raw_path)))
   local out = pipe:read("a")

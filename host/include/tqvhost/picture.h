@@ -3,6 +3,7 @@
 #ifndef TQVHOST_PICTURE_H
 #define TQVHOST_PICTURE_H
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +17,20 @@ struct PixMapStruct;
 namespace tqvhost {
 
 enum class PictureBackend { PixMap, PixelRecord };
+
+// Zero-filled pixel storage. Large pictures come as fresh pages backed by huge pages where the
+// system allows, so making one costs neither a pass over its bytes nor a fault per 4 KiB.
+class PixelBytes {
+  public:
+    void assign(size_t size, uint8_t zero);
+    uint8_t* data() const { return bytes_.get(); }
+
+  private:
+    struct Free {
+        void operator()(uint8_t* p) const { std::free(p); }
+    };
+    std::unique_ptr<uint8_t, Free> bytes_;
+};
 
 class PictureHandle : public Handle {
   public:
@@ -39,7 +54,7 @@ class PictureHandle : public Handle {
     uint8_t* pixelAddress(int32_t x, int32_t y) const;
     int32_t width_, height_, depth_;
     PictureBackend backend_;
-    std::vector<uint8_t> bytes_;  // pixel map rows, or the pixel record's storage
+    PixelBytes bytes_;  // pixel map rows, or the pixel record's storage
     std::unique_ptr<PixMapStruct> pixMap_;
     std::unique_ptr<GWorldStruct> world_;
     std::unique_ptr<REALpixelRecord> record_;
