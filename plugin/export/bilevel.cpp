@@ -66,8 +66,9 @@ bool Tag(TIFF* tiff, uint32_t width, uint32_t height) {
         {TIFFTAG_SAMPLESPERPIXEL, TagRule::IfUnset, TagInt(1)},
         {TIFFTAG_PHOTOMETRIC, TagRule::IfUnset, TagInt(PHOTOMETRIC_MINISBLACK)},
         {TIFFTAG_FILLORDER, TagRule::IfUnset, TagInt(FILLORDER_MSB2LSB)},
-        {TIFFTAG_XRESOLUTION, TagRule::IfUnset, TagReal(72.0)},
-        {TIFFTAG_YRESOLUTION, TagRule::IfUnset, TagReal(72.0)},
+        // libtiff keeps one "set" flag for both resolutions: once X is set, an unset Y reads as 0.
+        {TIFFTAG_XRESOLUTION, TagRule::IfUnsetOrZero, TagReal(72.0)},
+        {TIFFTAG_YRESOLUTION, TagRule::IfUnsetOrZero, TagReal(72.0)},
         {TIFFTAG_ORIENTATION, TagRule::IfUnset, TagInt(ORIENTATION_TOPLEFT)},
         {TIFFTAG_RESOLUTIONUNIT, TagRule::IfUnset, TagInt(RESUNIT_INCH)},
         {TIFFTAG_COMPRESSION, TagRule::IfUnset, TagInt(COMPRESSION_NONE)},

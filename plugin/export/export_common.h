@@ -19,7 +19,7 @@ struct TiffData;
 enum class TagRule {
     Always,         // set whatever the image holds
     IfUnset,        // keep what the caller set
-    IfUnsetOrZero,  // as IfUnset, and replace a value of 0
+    IfUnsetOrZero,  // as IfUnset, and replace a value of 0 (integer or float)
     AtLeastOne,     // resolutions: set when unset, and replace anything below 1
 };
 

@@ -21,16 +21,41 @@ int64_t RowBytes(TIFF* tiff) {
     return size > static_cast<uint64_t>(INT32_MAX - kSlack) ? -1 : static_cast<int64_t>(size);
 }
 
+// How rows are written to one handle, chosen before the exchange. libtiff's scanline writer
+// loses a row written right after a read on the same handle (the read takes over the buffer that
+// still holds the pending row), so one-row strips inside the image are rewritten as whole strips,
+// which libtiff places in the file at once. Other rows go through the scanline writer.
+struct RowWriter {
+    TIFF* tiff;
+    bool wholeStrips;
+    uint32_t length;
+
+    static RowWriter For(TIFF* tiff) {
+        uint32_t rowsPerStrip = 0, length = 0;
+        TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
+        TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &length);
+        return {tiff, rowsPerStrip == 1 && !TIFFIsTiled(tiff), length};
+    }
+    // libtiff's scanline result: 1 written, 0 or -1 not.
+    int Write(uint8_t* row, uint32_t index) const {
+        if (!wholeStrips || index >= length) return TIFFWriteScanline(tiff, row, index, 0);
+        return TIFFWriteEncodedStrip(tiff, TIFFComputeStrip(tiff, index, 0), row, TIFFScanlineSize(tiff)) < 0
+                   ? -1
+                   : 1;
+    }
+};
+
 // The exchange for rows i = 0 .. length - 1 (an empty image exchanges nothing and succeeds).
 // libtiff's -1 (a failed read, a write to a file not open for writing) is passed over: only 0
 // ends it.
 bool Exchange(TIFF* self, TIFF* output, uint32_t length, uint8_t* a, uint8_t* b) {
+    const RowWriter selfWriter = RowWriter::For(self), outputWriter = RowWriter::For(output);
     uint32_t j = length - 1;
     for (uint32_t i = 0; i < length; ++i, --j) {
         if (TIFFReadScanline(self, a, i, 0) == 0) return false;
         if (TIFFReadScanline(output, b, j, 0) == 0) return false;
-        if (TIFFWriteScanline(self, b, i, 0) == 0) return false;
-        if (TIFFWriteScanline(output, a, j, 0) == 0) return false;
+        if (selfWriter.Write(b, i) == 0) return false;
+        if (outputWriter.Write(a, j) == 0) return false;
     }
     return true;
 }

@@ -1,0 +1,214 @@
+-- Bilevel and grey export: WriteBW and WriteGray write Pict into a new file; libtiff's own
+-- reading of the file (pipe_images dump, tiffinfo, tiffcp) is what is checked.
+--
+-- arg[1] is the pipe_images tool, arg[2] the back end's name.
+local T = require("testlib")
+package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. package.path
+local P = require("pipe_common")
+
+P.setup(arg, "pipe_export")
+
+local function picture(rows)
+  local p = NewPicture(#rows[1], #rows)
+  for y, row in ipairs(rows) do
+    for x, c in ipairs(row) do p:SetPixel(x - 1, y - 1, c[1], c[2], c[3]) end
+  end
+  return p
+end
+
+local files = 0
+local function create(setup)
+  files = files + 1
+  local path = P.path("out" .. files .. ".tif")
+  local t = TiffPictureTQV()
+  T.eq(t:Create(FolderItem(path)), true, "Create")
+  if setup then setup(t) end
+  return t, path
+end
+
+local function expect_rows(info, rows, what)
+  for y, row in ipairs(rows) do
+    T.truthy(info.rows[y], what .. ": row " .. (y - 1) .. " readable")
+    T.eq(table.concat(info.rows[y], ","), table.concat(row, ","), what .. ": row " .. (y - 1))
+  end
+end
+
+-- ---- WriteBW ------------------------------------------------------------------------------
+
+local K, W = { 0, 0, 0 }, { 255, 255, 255 }
+local DARK, LIGHT = { 42, 42, 43 }, { 43, 43, 42 } -- sums 127 (black) and 128 (white)
+-- Nine pixels: the ninth lands in bit 7 of the second byte.
+local BW = {
+  { DARK, LIGHT, W, K, W, K, K, W, W },
+  { K, W, W, W, K, K, K, K, K },
+}
+-- Bytes of the rows with white as 1 (min-is-black) or black as 1 (min-is-white).
+local WHITE_IS_ONE = { { 0x69, 0x80 }, { 0x70, 0x00 } }
+local BLACK_IS_ONE = { { 0x96, 0x00 }, { 0x8F, 0x80 } }
+
+T.group("WriteBW", function()
+  T.test("defaults: min-is-black, uncompressed, 72 dpi; the threshold on the channel sum", function()
+    local t, path = create()
+    t.Pict = picture(BW)
+    T.eq(t:WriteBW(), true)
+    t:Close()
+    local info = P.dump(path)
+    T.eq(info.width, 9); T.eq(info.height, 2); T.eq(info.bps, 1); T.eq(info.spp, 1)
+    T.eq(info.photometric, 1); T.eq(info.compression, 1); T.eq(info.fill, 1)
+    T.eq(info.xres, 72); T.eq(info.yres, 72); T.eq(info.unit, 2)
+    expect_rows(info, WHITE_IS_ONE, "min-is-black")
+  end)
+  T.test("min-is-white set by the caller: black pixels are the 1 bits", function()
+    local t, path = create(function(t) t.Photometric = 0 end)
+    t.Pict = picture(BW)
+    T.eq(t:WriteBW(), true)
+    t:Close()
+    local info = P.dump(path)
+    T.eq(info.photometric, 0)
+    expect_rows(info, BLACK_IS_ONE, "min-is-white")
+  end)
+  T.test("Group 4 chosen by the caller is kept and readable by libtiff's tools", function()
+    local t, path = create(function(t) t.Compression = 4 end)
+    t.Pict = picture(BW)
+    T.eq(t:WriteBW(), true)
+    t:Close()
+    local info = P.dump(path)
+    T.eq(info.compression, 4)
+    expect_rows(info, WHITE_IS_ONE, "Group 4")
+    T.truthy(P.run("tiffinfo -D " .. P.quote(path)), "tiffinfo -D")
+    local copy = P.path("g4_copy.tif")
+    T.truthy(P.run("tiffcp -c none " .. P.quote(path) .. " " .. P.quote(copy)), "tiffcp")
+    expect_rows(P.dump(copy), WHITE_IS_ONE, "tiffcp copy")
+  end)
+  T.test("FillOrder 2: the same pixels; libtiff reverses the bytes on disk", function()
+    local t, path = create(function(t) t.FillOrder = 2 end)
+    t.Pict = picture(BW)
+    T.eq(t:WriteBW(), true)
+    t:Close()
+    local info = P.dump(path)
+    T.eq(info.fill, 2)
+    expect_rows(info, WHITE_IS_ONE, "fill order 2")
+  end)
+  T.test("Photometric 2 set by the caller: true, and no scanline written", function()
+    local t, path = create(function(t) t.Photometric = 2 end)
+    t.Pict = picture(BW)
+    T.eq(t:WriteBW(), true)
+    t:Close()
+    -- The directory lacks strip offsets altogether: libtiff refuses to read such a file.
+    T.eq(P.try_dump(path), nil)
+  end)
+  T.test("a caller's ImageLength is kept; the picture's rows are written", function()
+    local t, path = create(function(t) t.Height = 5 end)
+    t.Pict = picture(BW)
+    T.eq(t:WriteBW(), true)
+    t:Close()
+    local info = P.dump(path)
+    T.eq(info.height, 5)
+    expect_rows(info, WHITE_IS_ONE, "first rows")
+  end)
+  T.test("a caller's wider 8-bit image: rows padded with zeros past the picture's bits", function()
+    local t, path = create(function(t) t.Width = 40; t.BitsPerSample = 8 end)
+    t.Pict = picture(BW)
+    T.eq(t:WriteBW(), true)
+    t:Close()
+    local info = P.dump(path)
+    T.eq(info.width, 40); T.eq(info.bps, 8)
+    T.eq(#info.rows[1], 40)
+    T.eq(info.rows[1][1], 0x69); T.eq(info.rows[1][2], 0x80)
+    for i = 3, 40 do T.eq(info.rows[1][i], 0, "padding byte " .. i) end
+  end)
+  T.test("no Pict, nothing open, or the file closed at the first yield: false", function()
+    local t = create()
+    T.eq(t:WriteBW(), false, "no Pict")
+    local u = TiffPictureTQV()
+    u.Pict = picture(BW)
+    T.eq(u:WriteBW(), false, "nothing open")
+    t.Pict = picture(BW)
+    t.YieldTicks = 1
+    host.onYield(function() t:Close() end)
+    T.eq(t:WriteBW(), false, "closed at the first yield")
+    host.onYield(nil)
+  end)
+end)
+
+-- ---- WriteGray ----------------------------------------------------------------------------
+
+local GREY = {
+  { { 200, 10, 10 }, { 0, 255, 0 }, { 255, 0, 0 } },
+  { { 17, 1, 2 }, { 128, 128, 128 }, { 1, 2, 3 } },
+}
+local RED = { { 200, 0, 255 }, { 17, 128, 1 } }
+
+local function mapped(f)
+  local out = {}
+  for y, row in ipairs(RED) do
+    out[y] = {}
+    for x, v in ipairs(row) do out[y][x] = f(v) end
+  end
+  return out
+end
+
+local function write_grey(setup)
+  local t, path = create(setup)
+  t.Pict = picture(GREY)
+  T.eq(t:WriteGray(), true)
+  t:Close()
+  return P.dump(path)
+end
+
+T.group("WriteGray", function()
+  T.test("defaults: 8-bit min-is-black, the red channel unweighted", function()
+    local info = write_grey()
+    T.eq(info.width, 3); T.eq(info.height, 2); T.eq(info.bps, 8); T.eq(info.spp, 1)
+    T.eq(info.photometric, 1); T.eq(info.compression, 1); T.eq(info.xres, 72); T.eq(info.unit, 2)
+    expect_rows(info, RED, "8-bit")
+  end)
+  T.test("min-is-white inverts", function()
+    local info = write_grey(function(t) t.Photometric = 0 end)
+    T.eq(info.photometric, 0)
+    expect_rows(info, mapped(function(v) return 255 - v end), "inverted")
+  end)
+  T.test("Photometric 2 set by the caller inverts as well", function()
+    local info = write_grey(function(t) t.Photometric = 2 end)
+    T.eq(info.photometric, 2)
+    expect_rows(info, mapped(function(v) return 255 - v end), "inverted")
+  end)
+  T.test("16 bits: V x 257, plain and inverted", function()
+    local info = write_grey(function(t) t.BitsPerSample = 16 end)
+    T.eq(info.bps, 16)
+    expect_rows(info, mapped(function(v) return v * 257 end), "16-bit")
+    T.eq(info.rows[1][1], 51400)
+    info = write_grey(function(t) t.BitsPerSample = 16; t.Photometric = 0 end)
+    expect_rows(info, mapped(function(v) return (255 - v) * 257 end), "16-bit inverted")
+  end)
+  T.test("BitsPerSample 4 stays 4 while 8-bit samples are written, one byte a pixel", function()
+    local info = write_grey(function(t) t.BitsPerSample = 4 end)
+    T.eq(info.bps, 4)
+    -- A 3-pixel row of 4 bits is 2 bytes: libtiff keeps the first two samples' bytes.
+    expect_rows(info, { { 200, 0 }, { 17, 128 } }, "4-bit rows")
+  end)
+  T.test("BitsPerSample 32: rows padded with zeros past the 8-bit samples", function()
+    local info = write_grey(function(t) t.BitsPerSample = 32 end)
+    T.eq(info.bps, 32)
+    expect_rows(info, { { 200, 0, 255, 0, 0, 0, 0, 0, 0, 0, 0, 0 }, { 17, 128, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0 } },
+                "32-bit rows")
+  end)
+  T.test("resolutions below 1 become 72; others are kept; a caller's compression is kept", function()
+    local info = write_grey(function(t)
+      t.HorizontalResolution = 0.5
+      t.VerticalResolution = 300
+      t.Compression = 5
+    end)
+    T.eq(info.xres, 72); T.eq(info.yres, 300); T.eq(info.compression, 5)
+    expect_rows(info, RED, "LZW")
+  end)
+  T.test("no Pict or nothing open: false", function()
+    local t = create()
+    T.eq(t:WriteGray(), false)
+    local u = TiffPictureTQV()
+    u.Pict = picture(GREY)
+    T.eq(u:WriteGray(), false)
+  end)
+end)
+
+T.finish()

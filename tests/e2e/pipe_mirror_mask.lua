@@ -1,0 +1,132 @@
+-- MirrorVertical exchanges the rows of two open images crosswise; CombinePictureWithMask merges
+-- Pict and Mask into one picture.
+--
+-- arg[1] is the pipe_images tool, arg[2] the back end's name. mirror_a.tif and mirror_b.tif hold
+-- three rows of four grey bytes: file f (1 or 2), row y, column x holds 10 f + 4 y + x.
+local T = require("testlib")
+package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. package.path
+local P = require("pipe_common")
+
+local images = P.images(arg, "pipe_mirror_mask")
+
+local function original_row(f, y)
+  return { 10 * f + 4 * y, 10 * f + 4 * y + 1, 10 * f + 4 * y + 2, 10 * f + 4 * y + 3 }
+end
+
+local function rows_of(path)
+  return P.dump(path).rows
+end
+
+local function expect_rows(path, rows, what)
+  local got = rows_of(path)
+  T.eq(#got, #rows, what .. ": rows")
+  for y = 1, #rows do
+    T.eq(table.concat(got[y], ","), table.concat(rows[y], ","), what .. ": row " .. (y - 1))
+  end
+end
+
+-- Fresh copies of the two files, so every test starts from the originals.
+local copies = 0
+local function fresh_pair()
+  copies = copies + 1
+  local a, b = P.path("a" .. copies .. ".tif"), P.path("b" .. copies .. ".tif")
+  assert(P.run("cp " .. P.quote(images .. "/mirror_a.tif") .. " " .. P.quote(a)))
+  assert(P.run("cp " .. P.quote(images .. "/mirror_b.tif") .. " " .. P.quote(b)))
+  return a, b
+end
+
+local function untouched(a, b)
+  expect_rows(a, { original_row(1, 0), original_row(1, 1), original_row(1, 2) }, "a untouched")
+  expect_rows(b, { original_row(2, 0), original_row(2, 1), original_row(2, 2) }, "b untouched")
+end
+
+T.group("MirrorVertical", function()
+  T.test("two sessions of three rows, both open for update", function()
+    local a, b = fresh_pair()
+    local ta, tb = TiffPictureTQV(), TiffPictureTQV()
+    T.eq(ta:Open(FolderItem(a), "r+"), true)
+    T.eq(tb:Open(FolderItem(b), "r+"), true)
+    T.eq(ta:MirrorVertical(tb), true)
+    ta:Close(); tb:Close()
+    expect_rows(a, { original_row(2, 2), original_row(2, 1), original_row(2, 0) }, "a holds b's rows 2, 1, 0")
+    expect_rows(b, { original_row(1, 2), original_row(1, 1), original_row(1, 0) }, "b holds a's rows 2, 1, 0")
+  end)
+  T.test("read-only files: the failed writes (-1) do not stop it; nothing changes", function()
+    local a, b = fresh_pair()
+    local ta, tb = TiffPictureTQV(), TiffPictureTQV()
+    local errors = 0
+    ta.Error = function() errors = errors + 1 end
+    T.eq(ta:Open(FolderItem(a)), true)
+    T.eq(tb:Open(FolderItem(b)), true)
+    T.eq(ta:MirrorVertical(tb), true)
+    T.truthy(errors > 0, "libtiff's errors reach the calling session")
+    ta:Close(); tb:Close()
+    untouched(a, b)
+  end)
+  T.test("a nil output, a closed output or a closed self: false, files untouched", function()
+    local a, b = fresh_pair()
+    local ta, tb = TiffPictureTQV(), TiffPictureTQV()
+    T.eq(ta:MirrorVertical(tb), false, "self closed")
+    T.eq(ta:Open(FolderItem(a), "r+"), true)
+    T.eq(ta:MirrorVertical(nil), false, "nil output")
+    T.eq(ta:MirrorVertical(tb), false, "output closed")
+    T.eq(tb:Open(FolderItem(b), "r+"), true)
+    tb:Close()
+    T.eq(ta:MirrorVertical(tb), false, "output closed again")
+    ta:Close()
+    untouched(a, b)
+  end)
+  T.test("an output with longer rows is refused", function()
+    local a = fresh_pair()
+    local wide = P.path("wide.tif")
+    assert(P.run("cp " .. P.quote(images .. "/lut_rgb8.tif") .. " " .. P.quote(wide)))
+    local ta, tw = TiffPictureTQV(), TiffPictureTQV()
+    T.eq(ta:Open(FolderItem(a), "r+"), true)
+    T.eq(tw:Open(FolderItem(wide), "r+"), true)
+    T.eq(ta:MirrorVertical(tw), false)
+    ta:Close(); tw:Close()
+    expect_rows(a, { original_row(1, 0), original_row(1, 1), original_row(1, 2) }, "a untouched")
+  end)
+end)
+
+local function picture(w, h, colour)
+  local p = NewPicture(w, h)
+  for y = 0, h - 1 do
+    for x = 0, w - 1 do p:SetPixel(x, y, colour(x, y)) end
+  end
+  return p
+end
+
+T.group("CombinePictureWithMask", function()
+  T.test("before any read: nil", function()
+    T.eq(TiffPictureTQV():CombinePictureWithMask(), nil)
+  end)
+  T.test("after a bilevel read (no mask): Pict itself", function()
+    local t = TiffPictureTQV()
+    T.eq(t:Open(FolderItem(images .. "/bw_20x10.tif")), true)
+    T.eq(t:ReadBW(), true)
+    local combined = t:CombinePictureWithMask()
+    T.truthy(combined == t.Pict, "the same picture")
+  end)
+  T.test("with a mask: a new picture of Pict's size carrying it; the session keeps both", function()
+    local t = TiffPictureTQV()
+    local colour = function(x, y) return 40 * x, 100 * y, 7 end
+    local grey = function(x, y) local v = 60 * x + 30 * y return v, v, v end
+    t.Pict, t.Mask = picture(4, 2, colour), picture(4, 2, grey)
+    local combined = t:CombinePictureWithMask()
+    T.truthy(combined and combined ~= t.Pict, "a new picture")
+    T.eq(combined.Width, 4); T.eq(combined.Height, 2)
+    T.truthy(combined.Mask, "a mask")
+    for y = 0, 1 do
+      for x = 0, 3 do
+        local r, g, b = combined:Pixel(x, y)
+        local er, eg, eb = colour(x, y)
+        T.eq(r * 65536 + g * 256 + b, er * 65536 + eg * 256 + eb, string.format("colour (%d, %d)", x, y))
+        T.eq((combined.Mask:Pixel(x, y)), (grey(x, y)), string.format("mask (%d, %d)", x, y))
+      end
+    end
+    T.truthy(t.Pict and t.Mask, "both kept")
+  end)
+end)
+
+T.finish()

@@ -1,0 +1,184 @@
+-- RGBA memory import: ReadRGB(ErrorMessage) and ReadRGBMemoryBegin / Step / End against
+-- libtiff's own TIFFReadRGBAImage of the same file (pipe_images rgba: bottom row first, bytes
+-- R, G, B, A), on strips and tiles of 1, 8 and 16 bits, in flipped orientations, and on images
+-- wider than a picture can be.
+--
+-- arg[1] is the pipe_images tool, arg[2] the back end's name.
+local T = require("testlib")
+package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. package.path
+local P = require("pipe_common")
+
+local images = P.images(arg, "pipe_rgba_memory")
+local ASCII = 0x600
+
+-- Files, their orientation tag, and the rectangles stepped through them. The 8-bit contiguous
+-- ones and tile-aligned columns are placed by libtiff itself; 1- and 16-bit data, separate planes
+-- and off-tile columns are rendered in full-width bands by the plugin. All must agree.
+local FILES = {
+  { "rgba_wide8.tif", 1, { { 32760, 0, 20, 3 }, { 0, 1, 40000, 2 }, { 39990, 2, 10, 1 }, { 12345, 0, 7, 3 } } },
+  { "rgba_wide16.tif", 1, { { 32760, 0, 20, 3 }, { 0, 1, 40000, 2 }, { 39990, 2, 10, 1 }, { 0, 0, 9, 2 } } },
+  { "rgba_wide1.tif", 1, { { 32761, 3, 30, 5 }, { 0, 0, 17, 9 }, { 40000, 8, 3, 1 }, { 5, 1, 39990, 2 } } },
+  { "rgba_tiled8.tif", 1, { { 64, 64, 64, 64 }, { 37, 50, 100, 90 }, { 250, 100, 50, 50 }, { 0, 0, 300, 150 } } },
+  { "rgba_tiled16.tif", 1, { { 64, 64, 64, 64 }, { 37, 50, 100, 90 }, { 250, 100, 50, 50 }, { 128, 0, 5, 150 } } },
+  { "rgba_grey16.tif", 1, { { 3, 2, 17, 11 }, { 49, 19, 1, 1 }, { 0, 5, 50, 4 } } },
+  { "rgba_separate8.tif", 1, { { 3, 2, 17, 11 }, { 49, 19, 1, 1 } } },
+  { "rgba_botright8.tif", 3, { { 3, 2, 17, 11 }, { 0, 0, 50, 20 } } },
+  { "rgba_botright16.tif", 3, { { 3, 2, 17, 11 }, { 0, 0, 50, 20 } } },
+  { "rgba_topright16.tif", 2, { { 3, 2, 17, 11 }, { 40, 19, 10, 1 } } },
+  { "lut_rgb16.tif", 1, { { 1, 1, 20, 7 } } },
+  { "bw_g4_fill2_photo1.tif", 1, { { 3, 5, 21, 7 } } },
+}
+
+local function flips(orientation)
+  local rows = orientation == 1 or orientation == 2 or orientation == 5 or orientation == 6
+  local columns = orientation == 2 or orientation == 3 or orientation == 6 or orientation == 7
+  return rows, columns
+end
+
+-- The bytes a block for the rectangle must hold, cut from the whole reference raster: file rows
+-- y .. y + h - 1 and columns x .. x + w - 1, mirrored as libtiff mirrors the whole image.
+local function expected_rect(ref, r, orientation)
+  local rows, columns = flips(orientation)
+  local x, y, w, h = r[1], r[2], r[3], r[4]
+  local parts = {}
+  for k = 0, h - 1 do
+    local R = rows and (ref.h - y - h + k) or (y + k)
+    local C = columns and (ref.w - x - w) or x
+    local at = (R * ref.w + C) * 4
+    parts[#parts + 1] = ref.raw:sub(at + 1, at + w * 4)
+  end
+  return table.concat(parts)
+end
+
+local function reference(name)
+  local w, h, raw = P.rgba(images .. "/" .. name)
+  return { w = w, h = h, raw = raw }
+end
+
+local function same_bytes(block, want, what)
+  T.truthy(block, what .. ": a block")
+  T.eq(block.Size, #want, what .. ": size")
+  if block:Bytes(0, #want) ~= want then
+    local got = block:Bytes(0, #want)
+    local i = 1
+    while got:byte(i) == want:byte(i) do i = i + 1 end
+    T.fail(string.format("%s: first difference at byte %d (pixel %d): %d, libtiff %d", what, i - 1,
+                         (i - 1) // 4, got:byte(i), want:byte(i)), 2)
+  end
+end
+
+local function open(name)
+  local t = TiffPictureTQV()
+  T.eq(t:Open(FolderItem(images .. "/" .. name)), true, "Open " .. name)
+  return t
+end
+
+T.group("Whole image", function()
+  for _, file in ipairs(FILES) do
+    T.test(file[1], function()
+      local ref = reference(file[1])
+      local t = open(file[1])
+      local message = Ref(nil)
+      local block = t:ReadRGB(message)
+      same_bytes(block, ref.raw, file[1])
+      T.eq(tostring(message.value), "", "ErrorMessage after success")
+      T.eq(message.value.encoding, ASCII, "ErrorMessage encoding")
+    end)
+  end
+  T.test("2 x 2: the bottom row first; the red top-left pixel at byte 8", function()
+    local t = open("rgba_2x2.tif")
+    local block = t:ReadRGB(Ref(nil))
+    T.eq(block:Bytes(0, 4), string.char(0, 0, 255, 255), "bottom-left blue")
+    T.eq(block:Bytes(8, 4), string.char(255, 0, 0, 255), "top-left red")
+    T.eq(block:Bytes(12, 4), string.char(0, 255, 0, 255), "top-right green")
+  end)
+  T.test("an image libtiff cannot render: nil with libtiff's text; a string held before is let go", function()
+    local t = open("rgba_grey64float.tif")
+    local message = Ref(String("old"))
+    T.eq(t:ReadRGB(message), nil)
+    T.truthy(#tostring(message.value) > 0, "libtiff's text")
+    T.eq(message.value.encoding, ASCII)
+  end)
+  T.test("nothing open: nil, and ErrorMessage nil", function()
+    local t = TiffPictureTQV()
+    local message = Ref(String("old"))
+    T.eq(t:ReadRGB(message), nil)
+    T.eq(message.value, nil)
+  end)
+end)
+
+T.group("Begin, Step, End", function()
+  for _, file in ipairs(FILES) do
+    T.test(file[1] .. " rectangles", function()
+      local ref = reference(file[1])
+      local t = open(file[1])
+      local message = Ref(nil)
+      T.eq(t:ReadRGBMemoryBegin(message), true)
+      T.eq(tostring(message.value), "")
+      for _, r in ipairs(file[3]) do
+        same_bytes(t:ReadRGBMemoryStep(r[1], r[2], r[3], r[4]), expected_rect(ref, r, file[2]),
+                   file[1] .. " " .. table.concat(r, ","))
+      end
+      same_bytes(t:ReadRGBMemoryStep(0, 0, ref.w, ref.h), ref.raw, file[1] .. " whole")
+      t:ReadRGBMemoryEnd()
+    end)
+  end
+  T.test("two Steps of one rectangle are equal", function()
+    local t = open("rgba_tiled16.tif")
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true)
+    local a, b = t:ReadRGBMemoryStep(37, 50, 100, 90), t:ReadRGBMemoryStep(37, 50, 100, 90)
+    T.eq(a:Bytes(0), b:Bytes(0))
+    t:ReadRGBMemoryEnd()
+  end)
+  T.test("Step before Begin, after End, and after a failed Begin gives nil", function()
+    local t = open("rgba_tiled8.tif")
+    T.eq(t:ReadRGBMemoryStep(0, 0, 1, 1), nil, "before Begin")
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true)
+    T.truthy(t:ReadRGBMemoryStep(0, 0, 1, 1), "inside Begin/End")
+    t:ReadRGBMemoryEnd()
+    T.eq(t:ReadRGBMemoryStep(0, 0, 1, 1), nil, "after End")
+    t:ReadRGBMemoryEnd()
+    local u = open("rgba_grey64float.tif")
+    local message = Ref(nil)
+    T.eq(u:ReadRGBMemoryBegin(message), false)
+    T.truthy(#tostring(message.value) > 0, "libtiff's text")
+    T.eq(u:ReadRGBMemoryStep(0, 0, 1, 1), nil, "after a failed Begin")
+  end)
+  T.test("rectangles not inside the image give nil", function()
+    local t = open("rgba_grey16.tif")
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true)
+    for _, r in ipairs({ { 1, 0, 50, 1 }, { 0, 1, 1, 20 }, { -1, 0, 1, 1 }, { 0, -1, 1, 1 }, { 0, 0, 0, 1 },
+                         { 0, 0, 1, 0 }, { 50, 0, 1, 1 }, { 0, 0x7FFFFFFF, 1, 1 } }) do
+      T.eq(t:ReadRGBMemoryStep(r[1], r[2], r[3], r[4]), nil, table.concat(r, ","))
+    end
+    t:ReadRGBMemoryEnd()
+  end)
+  T.test("a second Begin replaces the first; cleanup ends a state left held", function()
+    local t = open("rgba_grey16.tif")
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true)
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true)
+    T.truthy(t:ReadRGBMemoryStep(0, 0, 2, 2))
+  end)
+  T.test("after Close, or another file opened, Step gives nil", function()
+    local t = open("rgba_grey16.tif")
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true)
+    t:Close()
+    T.eq(t:ReadRGBMemoryStep(0, 0, 2, 2), nil, "closed")
+    T.eq(t:Open(FolderItem(images .. "/rgba_tiled16.tif")), true)
+    T.eq(t:ReadRGBMemoryStep(0, 0, 2, 2), nil, "another file")
+    t:ReadRGBMemoryEnd()
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true, "a new Begin on the new file")
+    T.truthy(t:ReadRGBMemoryStep(64, 0, 2, 2))
+    t:ReadRGBMemoryEnd()
+  end)
+  T.test("nothing open: Begin false with ErrorMessage nil", function()
+    local t = TiffPictureTQV()
+    local message = Ref(String("old"))
+    T.eq(t:ReadRGBMemoryBegin(message), false)
+    T.eq(message.value, nil)
+    T.eq(t:ReadRGBMemoryStep(0, 0, 1, 1), nil)
+    t:ReadRGBMemoryEnd()
+  end)
+end)
+
+T.finish()
