@@ -79,16 +79,10 @@ bool Tag(TIFF* tiff, uint32_t width, uint32_t height) {
 }  // namespace
 
 bool WriteBW(REALobject object) {
-    TiffData* record = TiffDataOf(object);
-    if (record == nullptr) return false;
-    current = object;
-    if (record->tiff == nullptr || record->Pict == nullptr) return false;
     PictureReader reader;
-    if (!reader.GetPictureReader(record->Pict)) return false;
-    YieldToHost(object, record);
-    current = object;
-    TIFF* tiff = record->tiff;
+    TIFF* tiff = BeginExport(object, reader);
     if (tiff == nullptr) return false;
+    TiffData* record = TiffDataOf(object);
     const bool tagged = Tag(tiff, static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height));
     // The rows are packed from the picture's width, but libtiff takes a whole scanline of the
     // image's tags from the buffer: a caller's wider image or deeper samples are padded with zeros.

@@ -70,6 +70,17 @@ int64_t ScanlineBytes64(TIFF* tiff) {
     return size > static_cast<uint64_t>(INT32_MAX) ? 0 : static_cast<int64_t>(size);
 }
 
+TIFF* BeginExport(REALobject object, PictureReader& reader) {
+    TiffData* record = TiffDataOf(object);
+    if (record == nullptr) return nullptr;
+    current = object;
+    if (record->tiff == nullptr || record->Pict == nullptr) return nullptr;
+    if (!reader.GetPictureReader(record->Pict)) return nullptr;
+    YieldToHost(object, record);
+    current = object;
+    return record->tiff;
+}
+
 bool WriteRows(const ExportPass& pass, PictureReader& reader) {
     for (int32_t y = 0; y < reader.height; ++y) {
         pass.convert(pass.buffer, reader.rowPointer, reader.width);

@@ -51,6 +51,11 @@ uint16_t TagOr(TIFF* tiff, ttag_t tag, uint16_t fallback);
 // TIFFScanlineSize as a host-sized count: 0 when libtiff fails or a host integer cannot count it.
 int64_t ScanlineBytes64(TIFF* tiff);
 
+// The start every export shares: `object` becomes the message target; its Pict is locked in
+// `reader`, then the host may run (a yield). The session's TIFF after that, or nil when nothing
+// is open, Pict is nil or cannot be locked, or host code closed the file meanwhile.
+TIFF* BeginExport(REALobject object, PictureReader& reader);
+
 // ---- Rows -----------------------------------------------------------------------------------
 
 // Converts one picture row (`count` pixels of the reader's layout) into a scanline; chosen once

@@ -104,16 +104,10 @@ bool WritePass(REALobject object, TiffData* record, TIFF* tiff, PictureReader& r
 }  // namespace
 
 bool WriteGray(REALobject object) {
-    TiffData* record = TiffDataOf(object);
-    if (record == nullptr) return false;
-    current = object;
-    if (record->tiff == nullptr || record->Pict == nullptr) return false;
     PictureReader reader;
-    if (!reader.GetPictureReader(record->Pict)) return false;
-    YieldToHost(object, record);
-    current = object;
-    TIFF* tiff = record->tiff;
+    TIFF* tiff = BeginExport(object, reader);
     if (tiff == nullptr) return false;
+    TiffData* record = TiffDataOf(object);
     uint16_t depth = 8;
     if (!Tag(tiff, static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), depth))
         return false;

@@ -32,27 +32,15 @@ end
 
 -- Compares t.Pict with the rectangle (left, top) of a `width`-wide image, sampling every `step`.
 local function expect_picture(t, spec)
-  local p = t.Pict
-  T.truthy(p, "Pict")
-  T.eq(p.Width, spec.cols, "width"); T.eq(p.Height, spec.rows, "height")
-  for j = 0, spec.rows - 1 do
-    for i = 0, spec.cols - 1 do
-      local c, y = spec.left + spec.step * i, spec.top + spec.step * j
-      local v = grey(bit_read(c, y, spec.fill, spec.width), spec.photometric)
-      local r, g, b = p:Pixel(i, j)
-      if r ~= v or g ~= v or b ~= v then
-        T.fail(string.format("%s: pixel (%d, %d) = %d,%d,%d, expected %d", spec.name, i, j, r, g, b, v), 2)
-      end
-    end
-  end
+  P.expect_pixels(t.Pict, spec.cols, spec.rows, function(i, j)
+    local v = grey(bit_read(spec.left + spec.step * i, spec.top + spec.step * j, spec.fill, spec.width),
+                   spec.photometric)
+    return v, v, v
+  end, spec.name)
   T.eq(t.Mask, nil, "Mask")
 end
 
-local function open(name)
-  local t = TiffPictureTQV()
-  T.eq(t:Open(FolderItem(images .. "/" .. name)), true, "Open " .. name)
-  return t
-end
+local open = P.open
 
 local CODECS = { "none", "packbits", "rle", "g3", "g4" }
 

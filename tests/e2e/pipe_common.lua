@@ -23,6 +23,29 @@ end
 
 function P.path(name) return P.dir .. "/" .. name end
 
+-- Fails at the first pixel of `p` that differs from want(i, j) -> r, g, b; the size must be
+-- cols x rows.
+function P.expect_pixels(p, cols, rows, want, what)
+  T.truthy(p, what .. ": a picture")
+  T.eq(p.Width, cols, what .. ": width"); T.eq(p.Height, rows, what .. ": height")
+  for j = 0, rows - 1 do
+    for i = 0, cols - 1 do
+      local er, eg, eb = want(i, j)
+      local r, g, b = p:Pixel(i, j)
+      if r ~= er or g ~= eg or b ~= eb then
+        T.fail(string.format("%s: pixel (%d, %d) = %d,%d,%d, expected %d,%d,%d", what, i, j, r, g, b, er, eg, eb), 3)
+      end
+    end
+  end
+end
+
+-- A new session on one of the images, opened for reading.
+function P.open(name)
+  local t = TiffPictureTQV()
+  T.eq(t:Open(FolderItem(P.path(name))), true, "Open " .. name)
+  return t
+end
+
 -- libtiff's TIFFReadRGBAImage of a file: width, height and the raster (bottom row first).
 function P.rgba(path)
   local out = P.path("reference.raw")

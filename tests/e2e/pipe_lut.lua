@@ -48,26 +48,13 @@ local function expected(table_, x, y, samples, bits)
 end
 
 local function expect_picture(t, table_, rect, samples, bits)
-  local p = t.Pict
-  T.truthy(p, "Pict")
-  T.eq(p.Width, rect[3], "width"); T.eq(p.Height, rect[4], "height")
-  for j = 0, rect[4] - 1 do
-    for i = 0, rect[3] - 1 do
-      local er, eg, eb = expected(table_, rect[1] + i, rect[2] + j, samples, bits)
-      local r, g, b = p:Pixel(i, j)
-      if r ~= er or g ~= eg or b ~= eb then
-        T.fail(string.format("pixel (%d, %d) = %d,%d,%d, expected %d,%d,%d", i, j, r, g, b, er, eg, eb), 2)
-      end
-    end
-  end
+  P.expect_pixels(t.Pict, rect[3], rect[4], function(i, j)
+    return expected(table_, rect[1] + i, rect[2] + j, samples, bits)
+  end, table.concat(rect, ","))
   T.eq(t.Mask, nil, "Mask")
 end
 
-local function open(name)
-  local t = TiffPictureTQV()
-  T.eq(t:Open(FolderItem(images .. "/" .. name)), true, "Open " .. name)
-  return t
-end
+local open = P.open
 
 T.group("Layouts", function()
   for _, layout in ipairs({ { "grey8", 1, 8 }, { "grey16", 1, 16 }, { "grey32", 1, 32 }, { "rgb8", 3, 8 },

@@ -67,11 +67,7 @@ local function same_bytes(block, want, what)
   end
 end
 
-local function open(name)
-  local t = TiffPictureTQV()
-  T.eq(t:Open(FolderItem(images .. "/" .. name)), true, "Open " .. name)
-  return t
-end
+local open = P.open
 
 T.group("Whole image", function()
   for _, file in ipairs(FILES) do
