@@ -57,6 +57,16 @@ end
 dst:Close()
 local bytes = dst.OutputBuffer
 dst = nil
+if not bytes then tt.fail("%s: nothing was written%s", out, tt.why()) end
+-- Read the result back before it goes to disk: a page that libtiff could not link into the file
+-- must not go missing silently.
+local check = tt.session()
+local pages = check:OpenString(bytes) and check:ImageCount() or 0
+check:Close()
+check = nil
+if pages ~= written then
+  tt.fail("%s: the TIFF made in memory holds %d of the %d pages written%s", out, pages, written, tt.why())
+end
 local ok, err = tt.write_bytes(out, tostring(bytes))
 if not ok then tt.fail("%s: cannot write: %s", out, err) end
 print(string.format("%s: %d page(s), %d bytes", out, written, #bytes))
