@@ -6,6 +6,7 @@
 #include "bridge/text.h"
 #include "bridge/values.h"
 #include "session/messages.h"
+#include "session/open_limits.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -27,7 +28,7 @@ bool OpenPath(TiffData* record, REALfolderItem file, const char* mode) {
     rbPath path(file);
     const char* unixPath = path.GetUnixPath();
     if (unixPath == nullptr) return false;
-    record->tiff = TIFFOpen(unixPath, mode);
+    record->tiff = OpenBoundedFile(unixPath, mode);
     return record->tiff != nullptr;
 }
 

@@ -14,6 +14,7 @@
 #include "import/full_colour.h"
 #include "picture/composition.h"
 #include "session/messages.h"
+#include "session/open_limits.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -142,8 +143,8 @@ int MapStream(thandle_t, void**, toff_t*) noexcept {
 void UnmapStream(thandle_t, void*, toff_t) noexcept {}
 
 TIFF* OpenReadStream(TiffData* record, const char* mode) {
-    return TIFFClientOpen(kStreamName, mode, record, ReadRead, WriteRead, SeekRead, CloseStream, SizeRead,
-                          MapStream, UnmapStream);
+    return OpenBoundedClient(kStreamName, mode, record, ReadRead, WriteRead, SeekRead, CloseStream, SizeRead,
+                             MapStream, UnmapStream);
 }
 
 bool OpenStringWithMode(TiffData* record, REALstring data, const char* mode) {
@@ -165,8 +166,8 @@ bool CreateWithMode(REALobject self, int32_t size, const char* mode) {
     record->outputCapacity = static_cast<int32_t>(getHandleSize(record->outputHandle));
     record->streamPosition = 0;
     record->outputLength = 0;
-    record->tiff = TIFFClientOpen(kStreamName, mode, record, ReadWrite, WriteWrite, SeekWrite, CloseStream,
-                                  SizeWrite, MapStream, UnmapStream);
+    record->tiff = OpenBoundedClient(kStreamName, mode, record, ReadWrite, WriteWrite, SeekWrite, CloseStream,
+                                     SizeWrite, MapStream, UnmapStream);
     return record->tiff != nullptr;
 }
 

@@ -6,6 +6,7 @@
 #include "bridge/path.h"
 #include "bridge/services.h"
 #include "import/full_colour.h"
+#include "session/open_limits.h"
 #include "session/tiff_data.h"
 #include "tags/tag_access.h"
 
@@ -85,7 +86,7 @@ REALobject OpenTifffile2(REALfolderItem file, bool headerOnly) {
     if (RaiseIfNil(file, "folderitem is nil")) return nullptr;
     rbPath path(file);
     const char* unixPath = path.GetUnixPath();
-    TIFF* tiff = unixPath != nullptr ? TIFFOpen(unixPath, "r") : nullptr;
+    TIFF* tiff = unixPath != nullptr ? OpenBoundedFile(unixPath, "r") : nullptr;
     if (tiff == nullptr) return nullptr;
     ObjectRef object = ObjectRef::Steal(REALnewInstance("TiffPictureTQV"));
     TiffData* record = TiffDataOf(object.get());

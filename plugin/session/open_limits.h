@@ -1,0 +1,47 @@
+// Every libtiff handle the plugin opens goes through these, so that one hostile file cannot make
+// libtiff ask for more memory in one block than a real image of the sizes the host can take
+// needs: a few bytes may claim strips that decode to gigabytes.
+#ifndef TQV_SESSION_OPEN_LIMITS_H
+#define TQV_SESSION_OPEN_LIMITS_H
+
+#include <tiffio.h>
+
+#include <memory>
+
+namespace tqv {
+
+// The largest single block libtiff may allocate for one handle (the same bound as libtiff's own
+// tiffcp). Directory arrays, strip and tile buffers and codec state above it fail with an Error.
+inline constexpr tmsize_t kMaxLibtiffAllocation = tmsize_t{256} << 20;
+
+namespace open_limits_detail {
+struct OptionsFree {
+    void operator()(TIFFOpenOptions* options) const noexcept { TIFFOpenOptionsFree(options); }
+};
+using Options = std::unique_ptr<TIFFOpenOptions, OptionsFree>;
+
+inline Options Bounded() {
+    Options options(TIFFOpenOptionsAlloc());
+    if (options) TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kMaxLibtiffAllocation);
+    return options;
+}
+}  // namespace open_limits_detail
+
+// TIFFOpen with the allocation bound; nil when the options cannot be made either.
+inline TIFF* OpenBoundedFile(const char* path, const char* mode) {
+    const auto options = open_limits_detail::Bounded();
+    return options ? TIFFOpenExt(path, mode, options.get()) : nullptr;
+}
+
+// TIFFClientOpen with the allocation bound.
+inline TIFF* OpenBoundedClient(const char* name, const char* mode, thandle_t client, TIFFReadWriteProc read,
+                               TIFFReadWriteProc write, TIFFSeekProc seek, TIFFCloseProc close,
+                               TIFFSizeProc size, TIFFMapFileProc map, TIFFUnmapFileProc unmap) {
+    const auto options = open_limits_detail::Bounded();
+    if (!options) return nullptr;
+    return TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get());
+}
+
+}  // namespace tqv
+
+#endif  // TQV_SESSION_OPEN_LIMITS_H
