@@ -32,7 +32,7 @@ namespace {
 
 REALmemoryBlock newMemoryBlock(int32_t size) {
     return guarded<REALmemoryBlock>("newMemoryBlock", nullptr, [&]() -> REALmemoryBlock {
-        if (size < 0) return nullptr;
+        if (size < 0 || injectFailure("memoryblock")) return nullptr;
         auto* mb = makeHandle<MemoryBlockHandle>(size);
         Accounts::give(mb);
         return static_cast<REALmemoryBlock>(mb->address());

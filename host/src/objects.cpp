@@ -245,7 +245,7 @@ double REALGetRBVersion() {
 REALobject PluginNewInstance(const char* className) {
     return guarded<REALobject>("PluginNewInstance", nullptr, [&]() -> REALobject {
         Class* cls = className ? registry().find(className) : nullptr;
-        if (!cls) return nullptr;
+        if (!cls || injectFailure("object")) return nullptr;
         if (cls->origin == ClassOrigin::Plugin) {
             ObjectHandle* o = newObject(cls, true);
             return static_cast<REALobject>(o->address());

@@ -181,8 +181,10 @@ REALpicture handOut(PictureHandle* p) {
 }
 
 REALpicture newPicture(int32_t width, int32_t height, int32_t depth) {
-    return guarded<REALpicture>("newPicture", nullptr,
-                                [&] { return handOut(makePicture(width, height, depth)); });
+    return guarded<REALpicture>("newPicture", nullptr, [&]() -> REALpicture {
+        if (injectFailure("picture")) return nullptr;
+        return handOut(makePicture(width, height, depth));
+    });
 }
 
 REALpicture REALBuildPictureFromBuffer(int32_t width, int32_t height, int32_t pixelType, void* buffer,
@@ -190,6 +192,7 @@ REALpicture REALBuildPictureFromBuffer(int32_t width, int32_t height, int32_t pi
     return guarded<REALpicture>("REALBuildPictureFromBuffer", nullptr, [&]() -> REALpicture {
         if (pixelType != REALpictureTypeBuffer || !buffer || width < 1 || rowBytes < int64_t{width} * 4)
             return nullptr;
+        if (injectFailure("picture")) return nullptr;
         PictureHandle* p = makePicture(width, height, 32);
         if (!p) return nullptr;
         for (int32_t y = 0; y < height; ++y) {
@@ -208,6 +211,7 @@ REALpicture REALGetPictureMask(REALpicture pic, bool create) {
     return guarded<REALpicture>("REALGetPictureMask", nullptr, [&]() -> REALpicture {
         PictureHandle* p = asPicture(pic, "REALGetPictureMask");
         if (!p || (!p->mask && !create)) return nullptr;
+        if (!p->mask && injectFailure("picture")) return nullptr;
         return handOut(maskOf(p));
     });
 }

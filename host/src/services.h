@@ -6,6 +6,7 @@
 #include <exception>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "tqvhost/handles.h"
 
@@ -18,6 +19,9 @@ void addMemoryServices(ServiceTable& table);
 void addFolderItemServices(ServiceTable& table);
 void addObjectServices(ServiceTable& table);
 void addPictureServices(ServiceTable& table);
+
+// True when fault injection makes this allocation of `kind` fail (fault_injection.cpp).
+bool injectFailure(std::string_view kind);
 
 template <class F>
 void* service(F f) {

@@ -124,7 +124,7 @@ namespace {
 
 REALstring REALBuildString(const void* bytes, int32_t length) {
     return guarded<REALstring>("REALBuildString", nullptr, [&]() -> REALstring {
-        if (length < 0 || (!bytes && length > 0)) return nullptr;
+        if (length < 0 || (!bytes && length > 0) || injectFailure("string")) return nullptr;
         auto* s = newString(std::string_view(static_cast<const char*>(bytes), static_cast<size_t>(length)),
                             kREALTextEncodingUnknown);
         Accounts::give(s);
@@ -159,7 +159,7 @@ REALstring REALConvertString(REALstring s, uint32_t encoding) {
             if (!h) return nullptr;
             bytes = convertEncoding(h->bytes(), h->encoding(), encoding);
         }
-        if (!bytes) return nullptr;
+        if (!bytes || injectFailure("string")) return nullptr;
         auto* out = newString(*bytes, encoding);
         Accounts::give(out);
         return static_cast<REALstring>(out->address());
@@ -169,7 +169,7 @@ REALstring REALConvertString(REALstring s, uint32_t encoding) {
 bool PluginGetStringData(REALstring s, uint32_t encoding, REALstringData* out) {
     return guarded("PluginGetStringData", false, [&] {
         auto* h = asString(s, "PluginGetStringData");
-        if (!h || !out) return false;
+        if (!h || !out || injectFailure("string")) return false;
         uint32_t resultEncoding = encoding == kREALTextEncodingUnknown ? h->encoding() : encoding;
         auto bytes = convertEncoding(h->bytes(), h->encoding(), resultEncoding);
         if (!bytes) return false;

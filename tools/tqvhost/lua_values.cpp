@@ -605,6 +605,16 @@ int hostConfig(lua_State* L, Failure&) {
     return 1;
 }
 
+int hostFailAfter(lua_State* L, Failure& f) {
+    // No luaL_check*: their longjmp would skip the destructors of entry()'s frame.
+    const char* kind = lua_type(L, 1) == LUA_TSTRING ? lua_tostring(L, 1) : "";
+    int isInteger = 0;
+    const lua_Integer n = lua_tointegerx(L, 2, &isInteger);
+    if (!isInteger || !failAllocation(kind, n))
+        return f.message = std::string("host.failAfter(kind, n): unknown kind or bad count: ") + kind, 0;
+    return 0;
+}
+
 int hostOnYield(lua_State* L) {
     lua_settop(L, 1);
     lua_setfield(L, LUA_REGISTRYINDEX, "tqv.onYield");
@@ -667,6 +677,13 @@ void installValues(lua_State* L) {
         {"onYield", hostOnYield},
         {"accountingErrors", TQV_LUA_ENTRY(hostAccountingErrors)},
         {"config", TQV_LUA_ENTRY(hostConfig)},
+        {"failAfter", TQV_LUA_ENTRY(hostFailAfter)},
+        {"failArmed",
+         [](lua_State* L) {
+             const char* kind = lua_type(L, 1) == LUA_TSTRING ? lua_tostring(L, 1) : "";
+             return lua_pushboolean(L, allocationFailureArmed(kind)), 1;
+         }},
+        {"injectedFailures", [](lua_State* L) { return lua_pushinteger(L, injectedFailures()), 1; }},
         {nullptr, nullptr},
     };
     luaL_newlib(L, hostFns);

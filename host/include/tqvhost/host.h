@@ -11,6 +11,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tqvhost {
@@ -61,6 +62,17 @@ int64_t yields();
 
 // Ticks of 1/60 s from a monotonic clock.
 int64_t ticks();
+
+// Fault injection. Kinds: "memoryblock" (newMemoryBlock), "picture" (newPicture,
+// REALBuildPictureFromBuffer, a mask made by REALGetPictureMask), "string" (REALBuildString,
+// REALConvertString, PluginGetStringData) and "object" (PluginNewInstance). failAllocation(kind, n)
+// makes the nth allocation of that kind from now on fail (1: the next one) once, as if memory were
+// short; n = 0 disarms. False for an unknown kind or n < 0.
+bool failAllocation(std::string_view kind, int64_t n);
+// Whether the countdown of `kind` is still running (the failing allocation has not happened yet).
+bool allocationFailureArmed(std::string_view kind);
+// Allocations failed by injection so far in this process.
+int64_t injectedFailures();
 
 }  // namespace tqvhost
 
