@@ -8,10 +8,33 @@ namespace {
 constexpr int64_t kMaxClearMemory = 2147483647;
 constexpr int64_t kMaxHandle = 2147483647;
 constexpr int64_t kMaxHandleResize = 2147483632;
+
+// Countdowns of the test seam, indexed by AllocationFault; 0 is disarmed.
+int64_t gCountdown[2] = {0, 0};
+int64_t gInjected = 0;
+
+bool InjectFailure(AllocationFault kind) {
+    int64_t& remaining = gCountdown[static_cast<int>(kind)];
+    if (remaining == 0 || --remaining > 0) return false;
+    ++gInjected;
+    return true;
+}
 }  // namespace
 
+void FailAllocationAfter(AllocationFault kind, int64_t n) {
+    gCountdown[static_cast<int>(kind)] = n < 0 ? 0 : n;
+}
+
+bool AllocationFailureArmed(AllocationFault kind) {
+    return gCountdown[static_cast<int>(kind)] > 0;
+}
+
+int64_t InjectedAllocationFailures() {
+    return gInjected;
+}
+
 void* AllocateClearMemory(int64_t size) {
-    if (size < 1 || size > kMaxClearMemory) return nullptr;
+    if (size < 1 || size > kMaxClearMemory || InjectFailure(AllocationFault::PlainMemory)) return nullptr;
     return std::calloc(1, static_cast<size_t>(size));
 }
 
@@ -24,7 +47,7 @@ void ClearMemory(void* pointer, int64_t size) {
 }
 
 RelocatableHandle allocateHandle(int64_t size) {
-    if (size < 0 || size > kMaxHandle) return nullptr;
+    if (size < 0 || size > kMaxHandle || InjectFailure(AllocationFault::Relocatable)) return nullptr;
     return NewRelocatable(static_cast<size_t>(size));
 }
 
@@ -46,7 +69,10 @@ RelocatableHandle resizeHandle(RelocatableHandle handle, int64_t size) {
         DisposeRelocatable(handle);
         return nullptr;
     }
-    ResizeRelocatable(handle, static_cast<size_t>(size));
+    // A refused growth leaves the size as it was, which callers detect.
+    const bool grows = static_cast<size_t>(size) > RelocatableSize(handle);
+    if (!(grows && InjectFailure(AllocationFault::Relocatable)))
+        ResizeRelocatable(handle, static_cast<size_t>(size));
     return handle;
 }
 

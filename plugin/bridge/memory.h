@@ -37,6 +37,15 @@ void unlockHandle(RelocatableHandle handle);
 RelocatableHandle resizeHandle(RelocatableHandle handle, int64_t size);
 void freeHandle(RelocatableHandle handle);
 
+// Test-only seam, reached by in-process tests that link the plugin's objects (the shared library
+// does not export it): FailAllocationAfter(kind, n) makes the nth allocation of that kind from now
+// on fail once, as if memory were short (1: the next one; 0 disarms). Plain memory is every
+// AllocateClearMemory; relocatable memory is every allocateHandle and every resizeHandle that grows.
+enum class AllocationFault { PlainMemory, Relocatable };
+void FailAllocationAfter(AllocationFault kind, int64_t n);
+bool AllocationFailureArmed(AllocationFault kind);
+int64_t InjectedAllocationFailures();
+
 }  // namespace tqv
 
 #endif  // TQV_BRIDGE_MEMORY_H
