@@ -436,6 +436,7 @@ void FixConsoleFlags(REALclassDefinition* definition) {
 void PluginEntry() {
     TIFFSetErrorHandler(MyTIFFErrorHandler);
     TIFFSetWarningHandler(MyTIFFWarningHandler);
+    InstallColorMapGuard();
     BuildTables();
     FixConsoleFlags(&tiffClass);
     FixConsoleFlags(&folderitemClass);

@@ -2,6 +2,7 @@
 
 #include <tiffio.h>
 
+#include <cstdarg>
 #include <cstring>
 #include <utility>
 
@@ -37,7 +38,54 @@ bool FillBlock(REALmemoryBlock* slot, const uint16_t* values, int64_t bytes) {
     return true;
 }
 
+// The directory's own field setter, saved by the extender below. TIFFDefaultDirectory installs
+// the same libtiff function on every directory just before it calls the extender.
+TIFFVSetMethod gDirectorySetField = nullptr;
+TIFFExtendProc gParentExtender = nullptr;
+
+bool ColorMapSet(TIFF* tiff) {
+    const uint16_t *r = nullptr, *g = nullptr, *b = nullptr;
+    return TIFFGetField(tiff, TIFFTAG_COLORMAP, &r, &g, &b) == 1;
+}
+
+// Whether a BitsPerSample assignment (the variadic value still unread in `ap`) keeps the depth the
+// colour map was sized for.
+bool KeepsMapSize(TIFF* tiff, va_list ap) {
+    va_list peek;
+    va_copy(peek, ap);
+    const auto bits = static_cast<uint16_t>(va_arg(peek, int));  // libtiff reads it as uint16_vap
+    va_end(peek);
+    uint16_t current = 0;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &current);
+    return bits == current;
+}
+
+int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
+    if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsMapSize(tiff, ap)) {
+        TIFFErrorExtR(tiff, "BitsPerSample",
+                      "Cannot change BitsPerSample while a colour map sized for the current value is set");
+        return 0;
+    }
+    return gDirectorySetField(tiff, tag, ap);
+}
+
+void GuardDirectory(TIFF* tiff) {
+    TIFFTagMethods* methods = TIFFAccessTagMethods(tiff);
+    if (methods != nullptr && methods->vsetfield != GuardedSetField) {
+        gDirectorySetField = methods->vsetfield;
+        methods->vsetfield = GuardedSetField;
+    }
+    if (gParentExtender != nullptr) gParentExtender(tiff);
+}
+
 }  // namespace
+
+void InstallColorMapGuard() {
+    static bool installed = false;
+    if (installed) return;
+    installed = true;
+    gParentExtender = TIFFSetTagExtender(GuardDirectory);
+}
 
 bool GetColorMap(REALobject self, REALmemoryBlock* red, REALmemoryBlock* green, REALmemoryBlock* blue) {
     ReleaseBlock(red);

@@ -13,6 +13,12 @@ bool GetColorMap(REALobject self, REALmemoryBlock* red, REALmemoryBlock* green, 
 // Sets the colour map from three blocks of at least 2 << BitsPerSample bytes each.
 bool SetColorMap(REALobject self, REALmemoryBlock red, REALmemoryBlock green, REALmemoryBlock blue);
 
+// libtiff sizes a colour map by the BitsPerSample in force when the map was set or read, and later
+// reads (GetColorMap, its RGBA palette conversion, its directory writer) by the current one. From
+// this call on, every libtiff handle in the process refuses to change BitsPerSample while a colour
+// map is set (an Error, and the setter fails), whichever way the change is asked for.
+void InstallColorMapGuard();
+
 }  // namespace tqv
 
 #endif  // TQV_TAGS_COLOR_MAP_H
