@@ -3,7 +3,7 @@
 --   tqvhost run examples/demo.lua IN.tif OUTDIR
 --
 -- For every page of IN.tif: prints its header fields, reads it into a picture and its mask, and
--- saves both as PNG. Then writes all pages back into one new multi-page TIFF (RGB, with the mask as
+-- saves it as a PNG with transparency. Then writes all pages back into one new multi-page TIFF (RGB, with the mask as
 -- alpha), once as a file and once in memory, and checks that the copy reads back the same.
 
 local function usage()
@@ -46,11 +46,10 @@ local function read_pages(path)
     if not t:ReadRGB() or not t.Pict then
       print(string.format("  page %d: libtiff cannot render it as RGBA; skipped", page))
     else
+      -- The picture with the mask attached saves as a PNG with transparency.
       local png = string.format("%s/page%d.png", outdir, page)
-      local maskpng = string.format("%s/page%d-mask.png", outdir, page)
-      t.Pict:Save(png)
-      t.Mask:Save(maskpng)
-      print(string.format("  -> %s (mask %s)", png, maskpng))
+      t:CombinePictureWithMask():Save(png)
+      print("  -> " .. png)
       pages[#pages + 1] = { pict = t.Pict, mask = t.Mask }
     end
   end

@@ -127,8 +127,21 @@ toff_t SizeWrite(thandle_t handle) noexcept {
     return static_cast<toff_t>(std::max(RecordOf(handle)->outputLength, 0));
 }
 
-tmsize_t ReadWrite(thandle_t, void*, tmsize_t) noexcept {
-    return 0;
+// Reads back what was written so far. libtiff reads the previous directory when it links the
+// next one, so without this a TIFF written in memory keeps only its first page.
+tmsize_t ReadWrite(thandle_t handle, void* buffer, tmsize_t count) noexcept {
+    TiffData* record = RecordOf(handle);
+    const uint64_t position = Low32(record->streamPosition);
+    const auto length = static_cast<uint64_t>(
+        std::min<int64_t>(std::max(record->outputLength, 0), getHandleSize(record->outputHandle)));
+    if (buffer == nullptr || count < 1 || length <= position) return 0;
+    const auto* bytes = static_cast<const uint8_t*>(lockHandle(record->outputHandle));
+    if (bytes == nullptr) return 0;
+    const uint64_t n = std::min<uint64_t>(static_cast<uint64_t>(count), length - position);
+    std::memcpy(buffer, bytes + position, static_cast<size_t>(n));
+    unlockHandle(record->outputHandle);
+    record->streamPosition = position + n;
+    return static_cast<tmsize_t>(n);
 }
 
 // ---- Shared ---------------------------------------------------------------------------------
