@@ -80,7 +80,9 @@ void Accounts::settle(Handle* h) {
     if (h->hostLocks() != 0 || h->pluginLocks() != 0 || h->dead()) return;
     // The destructor of an object may call back into the plugin, which may unlock more handles.
     h->dead_ = true;
+    h->dying_ = true;
     h->destroy();
+    h->dying_ = false;
 }
 
 void Accounts::hostLock(Handle* h) {

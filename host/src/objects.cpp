@@ -393,6 +393,10 @@ void* eventClosure(const Event& e) {
 
 void* GetEventInstance(REALobject obj, intptr_t word) {
     return guarded<void*>("GetEventInstance", nullptr, [&]() -> void* {
+        // A runtime's object stays valid while its destructor runs, and a plugin may report a
+        // message to it then (closing its file, say). Its program value is gone, and with it
+        // every handler.
+        if (const Handle* h = Accounts::find(obj); h && h->dying()) return nullptr;
         ObjectHandle* o = asObject(obj, "GetEventInstance");
         if (!o) return nullptr;
         const Event* event = nullptr;

@@ -27,6 +27,8 @@ class Handle {
     // The address the plugin sees for this handle.
     virtual void* address() { return this; }
     bool dead() const { return dead_; }
+    // Dead, with its destructor still running: the plugin may still be working on it.
+    bool dying() const { return dying_; }
     int64_t hostLocks() const { return hostLocks_; }
     int64_t pluginLocks() const { return pluginLocks_; }
 
@@ -40,6 +42,7 @@ class Handle {
     int64_t hostLocks_ = 0;
     int64_t pluginLocks_ = 0;
     bool dead_ = false;
+    bool dying_ = false;
 };
 
 // Makes T (a Handle) and registers it under its address. The caller gets no lock: give one
