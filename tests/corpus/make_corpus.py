@@ -76,6 +76,8 @@ CASES = {
     "claims_32767x32767_rgba.tif": image(32767, 32767, spp=4, photometric=2, counts=[0xFFFFFFFF],
                                          more=[(338, SHORT, [2])]),
     "claims_1x4000000000.tif": image(1, 4000000000, counts=[0xFFFFFFFF]),
+    "claims_16384x16384_lzw_one_strip.tif": image(16384, 16384, spp=3, photometric=2, more=[(259, SHORT, [5])],
+                                                  data=bytes(range(256))),
     "claims_huge_strip_bytecount.tif": image(64, 64, counts=[0xFFFFFFF0], data=b"\x80" * 32),
     "strip_offset_past_end.tif": image(16, 16, offsets=[0x7FFFFFF0], counts=[256]),
     "strip_offset_at_end.tif": image(16, 16, offsets=[0], counts=[256], data=b""),

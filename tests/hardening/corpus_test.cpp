@@ -51,8 +51,8 @@ TEST_F(Corpus, KeptFilesFailCleanly) {
     }
 }
 
-// A 10-byte-directory file that claims 100000 x 100000 pixels is refused before anything of that
-// size is allocated.
+// A file of a few hundred bytes that claims 100000 x 100000 pixels is refused before anything of
+// that size is allocated.
 TEST_F(Corpus, HugeClaimsAllocateNothingOfTheirSize) {
     const std::string bytes = ReadFile(CorpusDir() + "/claims_100000x100000.tif");
     Session s;
@@ -64,6 +64,17 @@ TEST_F(Corpus, HugeClaimsAllocateNothingOfTheirSize) {
     // A picture side the host cannot hold is a success without a picture for the scanline reads.
     (void)s.Call("ReadWithLUT", {Colours({0, 0xFFFFFF})});
     EXPECT_EQ(s.Call("Scanlines", {Int(0), Int(100000)}).handle.get(), nullptr);
+    EXPECT_EQ(s.Get("Pict").handle.get(), nullptr);
+}
+
+// One LZW strip that would decode to 768 MiB: libtiff's per-allocation bound refuses it.
+TEST_F(Corpus, OneStripBeyondTheAllocationBound) {
+    const std::string bytes = ReadFile(CorpusDir() + "/claims_16384x16384_lzw_one_strip.tif");
+    Session s;
+    ASSERT_TRUE(s.Call("OpenString", {Bytes(bytes)}).b);
+    const int64_t errors = ErrorEvents();
+    EXPECT_FALSE(s.Call("ReadRGB").b);
+    EXPECT_GT(ErrorEvents(), errors);
     EXPECT_EQ(s.Get("Pict").handle.get(), nullptr);
 }
 
