@@ -34,6 +34,14 @@
 #include "tags/tag_properties.h"
 
 namespace tqv {
+
+// What host code run by an Error or Warning handler may still do (see entry_guard.h).
+template <>
+inline constexpr bool kRunsDuringMessages<&TiffConstructor> = true;
+template <>
+inline constexpr bool kRunsDuringMessages<&TiffDestructor> = true;
+template <>
+inline constexpr bool kRunsDuringMessages<&CloseTiff> = true;
 namespace {
 
 // The function of a row whose feature is not built in yet.

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "bridge/entry_guard.h"
 #include "bridge/handles.h"
 #include "bridge/registration.h"
 #include "bridge/services.h"
@@ -34,7 +35,10 @@ void Deliver(TiffEvent event, const char* module, const char* format, va_list ar
         module != nullptr ? AsciiString(module, static_cast<int64_t>(std::strlen(module))) : nullptr);
     // The handler may destroy the object's last other reference.
     const ObjectRef target = ObjectRef::Borrow(current);
+    // libtiff is inside a call on some handle until the handler returns (see entry_guard.h).
+    ++gMessageHandlerDepth;
     handler(target.get(), libModule.get(), message.get());
+    --gMessageHandlerDepth;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "bridge/entry_guard.h"
 #include "bridge/path.h"
 #include "bridge/text.h"
 #include "bridge/values.h"
@@ -12,9 +13,22 @@
 namespace tqv {
 namespace {
 
-// Only the handle: pictures, the input string and the output buffer outlive a file open.
+void CloseNow(void* tiff) {
+    TIFFClose(static_cast<TIFF*>(tiff));
+}
+
+// Only the handle: pictures, the input string and the output buffer outlive a file open. Asked
+// from an Error or Warning handler, the handle may be the one libtiff is working on: the session
+// lets go of it at once and libtiff closes it when the outermost plugin call returns.
 void CloseHandle(TiffData* record) {
-    if (TIFF* tiff = std::exchange(record->tiff, nullptr)) TIFFClose(tiff);
+    TIFF* tiff = std::exchange(record->tiff, nullptr);
+    if (tiff == nullptr) return;
+    if (gMessageHandlerDepth == 0) return CloseNow(tiff);
+    try {
+        gDeferredWork.push_back({CloseNow, tiff, record});
+    } catch (...) {
+        // No memory to remember it: leaking the handle is safer than closing it under libtiff.
+    }
 }
 
 bool RefuseNilFile(REALfolderItem file) {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "bridge/entry_guard.h"
 #include "bridge/registration.h"
 #include "bridge/services.h"
 #include "session/messages.h"
@@ -33,6 +34,8 @@ void FillLibraryAddresses(TiffData* record) {
 
 void TiffClean(TiffData* record) {
     if (record == nullptr) return;
+    // A handle a message handler closed must not outlive its record (its stream callbacks use it).
+    RunDeferredWork(record);
     if (TIFFRGBAImage* image = std::exchange(record->rgbaImage, nullptr)) {
         TIFFRGBAImageEnd(image);
         FreeMemoryNow(image);

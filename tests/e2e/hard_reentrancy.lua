@@ -124,4 +124,83 @@ T.group("references dropped during a yield", function()
   end)
 end)
 
+-- Error and Warning handlers run while libtiff is inside a call on the session's handle: the
+-- plugin's methods then give their failure value at once, except Close, which takes effect when
+-- the operation that raised the message returns.
+local CORPUS = (debug.getinfo(1, "S").source:match("^@(.*/)e2e/") or "tests/") .. "corpus/"
+local damaged = { "strip_offset_past_end.tif", "lzw_garbage.tif", "jpeg_garbage.tif", "deflate_garbage.tif" }
+
+local in_handler = {
+  { "closes the session", function(t) t:Close() end },
+  { "opens another file", function(t) T.falsy(t:Open(FolderItem(RGB))) end },
+  { "opens a TIFF string", function(t) T.falsy(t:OpenString(T.read_bytes(RGB))) end },
+  { "reads the image again", function(t) T.falsy(t:ReadRGB()) end },
+  { "reads it as bilevel", function(t) T.falsy(t:ReadBW()) end },
+  { "ends the RGBA memory read", function(t) t:ReadRGBMemoryEnd() end },
+  { "changes the width", function(t) t.Width = 3; T.eq(t.Width, 0, "no width while libtiff is busy") end },
+  { "selects the directory", function(t) T.falsy(t:SetImageIndex(0)) end },
+  { "converts a string to a picture", function() T.eq(TIFFStringToPictureTQV(T.read_bytes(RGB)), nil) end },
+}
+
+local damaged_reads = {
+  { "ReadRGB", function(t) return t:ReadRGB() end },
+  { "ReadBW", function(t) return t:ReadBW() end },
+  { "ReadWithLUT", function(t) return t:ReadWithLUT({ 0, 0xFFFFFF }) end },
+  { "RGBA memory", function(t) return t:ReadRGBMemoryBegin(Ref(nil)) and t:ReadRGBMemoryStep(0, 0, 8, 8) end },
+  { "Scanline", function(t) return t:Scanline(0) end },
+}
+
+T.group("Error handlers", function()
+  for _, h in ipairs(in_handler) do
+    T.test("a handler that " .. h[1], function()
+      local handled = 0
+      for _, name in ipairs(damaged) do
+        for _, r in ipairs(damaged_reads) do
+          local t = TiffPictureTQV()
+          T.truthy(t:Open(FolderItem(CORPUS .. name)), name)
+          t.Error = function(self)
+            handled = handled + 1
+            h[2](self)
+          end
+          local ok, err = pcall(r[2], t)
+          T.truthy(ok, name .. " " .. r[1] .. ": " .. tostring(err))
+          t.Error = nil
+          t:ReadRGBMemoryEnd()
+          t:Close()
+          -- the session works again once the operation has returned
+          T.truthy(t:Open(FolderItem(RGB)))
+          T.truthy(t:ReadRGB())
+        end
+      end
+      T.truthy(handled > 0, "the damaged files raised errors")
+    end)
+  end
+  T.test("Close from a handler takes effect when the read returns", function()
+    local t = TiffPictureTQV()
+    T.truthy(t:Open(FolderItem(CORPUS .. "lzw_garbage.tif")))
+    local closes = 0
+    t.Error = function(self) self:Close(); closes = closes + 1 end
+    T.falsy(t:ReadWithLUT({ 0, 0xFFFFFF }), "the read stops: its handle is gone")
+    T.truthy(closes > 0)
+    T.eq(t:ImageCount(), 0, "nothing open")
+  end)
+  T.test("a file being written and closed from a handler is still written", function()
+    local path = T.tmpfile("hard_reentrancy_handler_close.tif")
+    local source = TiffPictureTQV()
+    T.truthy(source:Open(FolderItem(RGB)))
+    T.truthy(source:ReadRGB())
+    local t = TiffPictureTQV()
+    T.truthy(t:Create(FolderItem(path)))
+    t.Pict = source.Pict
+    t.Error = function(self) self:Close() end
+    t.Warning = function(self) self:Close() end
+    T.truthy(t:WriteRGB())
+    assert(t:SetFieldInteger(999999, 1) == false) -- an unknown tag: libtiff raises an Error
+    T.eq(t:ImageCount(), 0, "closed by the handler")
+    local back = TiffPictureTQV()
+    T.truthy(back:Open(FolderItem(path)), "the file was finished when the call returned")
+    T.eq(back.Width, 157)
+  end)
+end)
+
 T.finish()
