@@ -6,6 +6,7 @@
 #include <deque>
 #include <stdexcept>
 
+#include "services.h"
 #include "tqvhost/values.h"
 
 namespace tqvhost {
@@ -21,24 +22,6 @@ union Raw {
     intptr_t word;
 };
 
-ffi_type* ffiType(TypeKind k) {
-    switch (k) {
-        case TypeKind::None:
-            return &ffi_type_void;
-        case TypeKind::Integer:
-            return &ffi_type_sint32;
-        case TypeKind::Boolean:
-            return &ffi_type_uint8;
-        case TypeKind::Single:
-            return &ffi_type_float;
-        case TypeKind::Double:
-            return &ffi_type_double;
-        case TypeKind::Color:
-            return &ffi_type_uint32;
-        default:
-            return &ffi_type_pointer;
-    }
-}
 
 ffi_type* ffiWord() {
     return sizeof(intptr_t) == 8 ? &ffi_type_sint64 : &ffi_type_sint32;
@@ -168,7 +151,7 @@ Raw fromReturn(TypeKind kind, const void* buffer) {
 
 Raw callFrame(void* fn, Frame& f, TypeKind result) {
     ffi_cif cif;
-    if (ffi_prep_cif(&cif, FFI_DEFAULT_ABI, static_cast<unsigned>(f.types.size()), ffiType(result),
+    if (ffi_prep_cif(&cif, FFI_DEFAULT_ABI, static_cast<unsigned>(f.types.size()), ffiTypeOf(result),
                      f.types.data()) != FFI_OK)
         throw std::runtime_error("ffi_prep_cif failed");
     alignas(16) unsigned char buffer[16] = {};
@@ -183,6 +166,25 @@ void checkField(ObjectHandle* object, const Property& property) {
 
 }  // namespace
 
+ffi_type* ffiTypeOf(TypeKind k) {
+    switch (k) {
+        case TypeKind::None:
+            return &ffi_type_void;
+        case TypeKind::Integer:
+            return &ffi_type_sint32;
+        case TypeKind::Boolean:
+            return &ffi_type_uint8;
+        case TypeKind::Single:
+            return &ffi_type_float;
+        case TypeKind::Double:
+            return &ffi_type_double;
+        case TypeKind::Color:
+            return &ffi_type_uint32;
+        default:
+            return &ffi_type_pointer;
+    }
+}
+
 Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Arg>& args,
                    const Value* assigned) {
     if (!fn) throw std::runtime_error(decl.name + ": no implementing function");
@@ -193,7 +195,7 @@ Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Ar
         const Param& p = decl.params[i];
         Raw value = rawOf(p.type.kind, args[i].value, f, p.array);
         if (!p.byref) {
-            f.push(p.array ? &ffi_type_pointer : ffiType(p.type.kind)) = value;
+            f.push(p.array ? &ffi_type_pointer : ffiTypeOf(p.type.kind)) = value;
             continue;
         }
         // The slot's handle is lent to the plugin for the call.
@@ -202,7 +204,7 @@ Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Ar
         byrefSlots[i] = &slot;
         f.push(&ffi_type_pointer).p = &slot;
     }
-    if (assigned) f.push(ffiType(decl.result.kind)) = rawOf(decl.result.kind, *assigned, f, false);
+    if (assigned) f.push(ffiTypeOf(decl.result.kind)) = rawOf(decl.result.kind, *assigned, f, false);
     Raw r = callFrame(fn, f, assigned ? TypeKind::None : decl.result.kind);
     for (size_t i = 0; i < args.size(); ++i)
         if (byrefSlots[i]) args[i].value = valueOf(decl.params[i].type.kind, *byrefSlots[i], "byref slot");
@@ -234,7 +236,7 @@ void setProperty(ObjectHandle* object, const Property& property, const Value& va
     Frame f;
     f.push(&ffi_type_pointer).p = object->address();
     f.push(ffiWord()).word = property.param;
-    f.push(ffiType(property.type.kind)) = rawOf(property.type.kind, value, f, false);
+    f.push(ffiTypeOf(property.type.kind)) = rawOf(property.type.kind, value, f, false);
     callFrame(property.setter, f, TypeKind::None);
 }
 

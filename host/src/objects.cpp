@@ -336,21 +336,7 @@ void RuntimeRaiseException(REALobject exception) {
 // ---- Events ---------------------------------------------------------------------------------
 
 ffi_type* eventFfiType(const Type& t, bool byref) {
-    if (byref || t.isHandle()) return &ffi_type_pointer;
-    switch (t.kind) {
-        case TypeKind::Integer:
-            return &ffi_type_sint32;
-        case TypeKind::Boolean:
-            return &ffi_type_uint8;
-        case TypeKind::Single:
-            return &ffi_type_float;
-        case TypeKind::Double:
-            return &ffi_type_double;
-        case TypeKind::Color:
-            return &ffi_type_uint32;
-        default:
-            return &ffi_type_void;
-    }
+    return byref || t.isHandle() ? &ffi_type_pointer : ffiTypeOf(t.kind);
 }
 
 struct Trampoline {

@@ -3,11 +3,14 @@
 #ifndef TQVHOST_SRC_SERVICES_H
 #define TQVHOST_SRC_SERVICES_H
 
+#include <ffi.h>
+
 #include <exception>
 #include <map>
 #include <string>
 #include <string_view>
 
+#include "tqvhost/declaration.h"
 #include "tqvhost/handles.h"
 
 namespace tqvhost {
@@ -19,6 +22,10 @@ void addMemoryServices(ServiceTable& table);
 void addFolderItemServices(ServiceTable& table);
 void addObjectServices(ServiceTable& table);
 void addPictureServices(ServiceTable& table);
+
+// The libffi type of a by-value scalar of `kind` (void for no value, a pointer for handles);
+// plugin calls and event closures share it.
+ffi_type* ffiTypeOf(TypeKind kind);
 
 // True when fault injection makes this allocation of `kind` fail (fault_injection.cpp).
 bool injectFailure(std::string_view kind);
