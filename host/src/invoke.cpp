@@ -22,7 +22,6 @@ union Raw {
     intptr_t word;
 };
 
-
 ffi_type* ffiWord() {
     return sizeof(intptr_t) == 8 ? &ffi_type_sint64 : &ffi_type_sint32;
 }
