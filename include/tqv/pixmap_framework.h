@@ -21,12 +21,12 @@ typedef GWorldStruct* GWorldPtr;
 typedef struct PixMapStruct PixMapStruct;
 typedef PixMapStruct** PixMapHandle;
 
-typedef PixMapHandle (*GetGWorldPixMapProc)(GWorldPtr world);      /* "GetGWorldPixMap" */
-typedef int16_t (*GetPixDepthProc)(PixMapHandle pm);               /* "GetPixDepth": 32, 24, 16, 8, ... */
-typedef bool (*LockPixelsProc)(PixMapHandle pm);                   /* "LockPixels" */
-typedef void (*UnlockPixelsProc)(PixMapHandle pm);                 /* "UnlockPixels" */
-typedef void* (*GetPixBaseAddrProc)(PixMapHandle pm);              /* "GetPixBaseAddr" */
-typedef long (*GetPixRowBytesProc)(PixMapHandle pm);               /* "GetPixRowBytes" */
+typedef PixMapHandle (*GetGWorldPixMapProc)(GWorldPtr world); /* "GetGWorldPixMap" */
+typedef int16_t (*GetPixDepthProc)(PixMapHandle pm);          /* "GetPixDepth": 32, 24, 16, 8, ... */
+typedef bool (*LockPixelsProc)(PixMapHandle pm);              /* "LockPixels" */
+typedef void (*UnlockPixelsProc)(PixMapHandle pm);            /* "UnlockPixels" */
+typedef void* (*GetPixBaseAddrProc)(PixMapHandle pm);         /* "GetPixBaseAddr" */
+typedef long (*GetPixRowBytesProc)(PixMapHandle pm);          /* "GetPixRowBytes" */
 
 /* Environment variable through which a host names its frameworks folder to the plugin. */
 #define TQV_FRAMEWORKS_ENV "TQV_FRAMEWORKS_DIR"

@@ -69,12 +69,12 @@ struct REALstringStruct {
 #define kREALTextEncodingUTF16 0x00000100u /* machine order */
 #define kREALTextEncodingASCII 0x00000600u
 #define kREALTextEncodingUTF8 0x08000100u
-#define kREALTextEncodingUTF32 0x0C000100u /* machine order */
+#define kREALTextEncodingUTF32 0x0C000100u   /* machine order */
 #define kREALTextEncodingUnknown 0x0000FFFFu /* binary bytes: never converted */
 
 /* ---- Registration flags ---------------------------------------------------------------------- */
-#define REALconsoleSafe 0x00000004u     /* usable in console and web applications too */
-#define REALpropertyFlag 0x00000002u    /* carried by every property row */
+#define REALconsoleSafe 0x00000004u         /* usable in console and web applications too */
+#define REALpropertyFlag 0x00000002u        /* carried by every property row */
 #define REALconsoleOnlyFrom2010 0x00040000u /* plugin-side markers, translated before registration */
 #define REALwebOnlyFrom2010 0x00080000u
 #define REALflagReserved100000 0x00100000u
@@ -90,9 +90,9 @@ typedef struct REALstringData {
 } REALstringData;
 
 /* Picture description types. */
-#define REALpictureTypePixMap 4     /* desktop: data is a pixel-map world (GWorldPtr) */
+#define REALpictureTypePixMap 4       /* desktop: data is a pixel-map world (GWorldPtr) */
 #define REALpictureTypePixelRecord 10 /* console/web: data is a REALpixelRecord */
-#define REALpictureTypeBuffer 1     /* pixel type for REALBuildPictureFromBuffer: 32-bit xRGB */
+#define REALpictureTypeBuffer 1       /* pixel type for REALBuildPictureFromBuffer: 32-bit xRGB */
 
 /* Filled by the picture-locking services. */
 typedef struct REALpictureDescription {
@@ -145,13 +145,13 @@ typedef struct REALfileSpec {
 #define REALstandardSetter ((void*)(intptr_t)-1)
 
 typedef struct REALproperty {
-    const char* group;   /* may be NULL */
+    const char* group; /* may be NULL */
     const char* name;
-    const char* type;    /* "Integer", "String", "Picture", ... */
+    const char* type; /* "Integer", "String", "Picture", ... */
     uint32_t flags;
-    void* getter;        /* Type getter(REALobject instance, intptr_t param) */
-    void* setter;        /* void setter(REALobject instance, intptr_t param, Type value); NULL: read-only */
-    intptr_t param;      /* for a direct field: the field's offset in the instance data */
+    void* getter;   /* Type getter(REALobject instance, intptr_t param) */
+    void* setter;   /* void setter(REALobject instance, intptr_t param, Type value); NULL: read-only */
+    intptr_t param; /* for a direct field: the field's offset in the instance data */
 } REALproperty;
 
 typedef struct REALmethodDefinition {
@@ -202,56 +202,65 @@ typedef struct REALclassDefinition {
 
 /* ---- Host services: looked-up name and signature -------------------------------------------- */
 
-typedef void (*REALRegisterPluginVersionProc)(int32_t version);                  /* "RegisterPluginVersion" */
-typedef double (*REALGetRBVersionProc)(void);                                   /* "REALGetRBVersion" */
-typedef void (*REALRegisterClassProc)(REALclassDefinition* def);                /* "PluginRegisterClass" */
-typedef void (*REALRegisterClassExtensionProc)(REALclassDefinition* def);       /* "PluginRegisterClassExtension" */
-typedef void (*REALRegisterMethodProc)(REALmethodDefinition* def);              /* "PluginRegisterMethod" */
-typedef REALobject (*REALnewInstanceProc)(const char* className);               /* "PluginNewInstance" */
-typedef void (*REALLockObjectProc)(REALobject obj);                             /* "REALLockObject" */
-typedef void (*REALUnlockObjectProc)(REALobject obj);                           /* "REALUnlockObject" */
-typedef void* (*REALGetEventInstanceProc)(REALobject obj, intptr_t eventWord);  /* "GetEventInstance" */
-typedef void (*REALRaiseExceptionProc)(REALobject exception);                   /* "RuntimeRaiseException" */
-typedef bool (*REALSetPropValueStringProc)(REALobject obj, const char* prop, REALstring value); /* "REALSetPropValueString" */
-typedef bool (*REALGetPropValueInt32Proc)(REALobject obj, const char* prop, int32_t* value);    /* "REALGetPropValueInt" */
-typedef void* (*REALLoadObjectMethodProc)(REALobject obj, const char* declaration);            /* "REALLoadObjectMethod" */
-typedef REALclassRef (*REALGetClassRefProc)(const char* className);             /* "pluginObjectType" */
-typedef void (*REALLockStringProc)(REALstring s);                               /* "REALLockString" */
-typedef void (*REALUnlockStringProc)(REALstring s);                             /* "REALUnlockString" */
-typedef REALstring (*REALBuildStringProc)(const void* bytes, int32_t length);   /* "REALBuildString" */
-typedef void (*REALSetStringEncodingProc)(REALstring s, uint32_t encoding);     /* "REALSetStringEncoding" */
-typedef uint32_t (*REALGetStringEncodingProc)(REALstring s);                    /* "REALGetStringEncoding" */
-typedef REALstring (*REALConvertStringProc)(REALstring s, uint32_t encoding);   /* "REALConvertString" */
-typedef bool (*REALGetStringDataProc)(REALstring s, uint32_t encoding, REALstringData* out); /* "PluginGetStringData" */
-typedef void (*REALDisposeStringDataProc)(REALstringData* data);                /* "PluginDisposeStringData" */
-typedef REALmemoryBlock (*REALNewMemoryBlockProc)(int32_t size);                /* "newMemoryBlock" */
-typedef void* (*REALMemoryBlockGetPtrProc)(REALmemoryBlock mb);                 /* "memoryBlockGetPtr" */
-typedef int32_t (*REALMemoryBlockGetSizeProc)(REALmemoryBlock mb);              /* "memoryBlockGetSize" */
-typedef REALmemoryBlock (*REALPtrToMemoryBlockProc)(const void* data);          /* "PtrToMemoryBlock" */
-typedef int32_t (*REALGetArrayUBoundProc)(REALarray array);                     /* "RuntimeUBound" */
-typedef int32_t (*REALGetArrayIntProc)(REALarray array, int32_t index);         /* "RuntimeDirectReadIntArray" */
+typedef void (*REALRegisterPluginVersionProc)(int32_t version);           /* "RegisterPluginVersion" */
+typedef double (*REALGetRBVersionProc)(void);                             /* "REALGetRBVersion" */
+typedef void (*REALRegisterClassProc)(REALclassDefinition* def);          /* "PluginRegisterClass" */
+typedef void (*REALRegisterClassExtensionProc)(REALclassDefinition* def); /* "PluginRegisterClassExtension" */
+typedef void (*REALRegisterMethodProc)(REALmethodDefinition* def);        /* "PluginRegisterMethod" */
+typedef REALobject (*REALnewInstanceProc)(const char* className);         /* "PluginNewInstance" */
+typedef void (*REALLockObjectProc)(REALobject obj);                       /* "REALLockObject" */
+typedef void (*REALUnlockObjectProc)(REALobject obj);                     /* "REALUnlockObject" */
+typedef void* (*REALGetEventInstanceProc)(REALobject obj, intptr_t eventWord); /* "GetEventInstance" */
+typedef void (*REALRaiseExceptionProc)(REALobject exception);                  /* "RuntimeRaiseException" */
+typedef bool (*REALSetPropValueStringProc)(REALobject obj, const char* prop,
+                                           REALstring value); /* "REALSetPropValueString" */
+typedef bool (*REALGetPropValueInt32Proc)(REALobject obj, const char* prop,
+                                          int32_t* value); /* "REALGetPropValueInt" */
+typedef void* (*REALLoadObjectMethodProc)(REALobject obj,
+                                          const char* declaration);           /* "REALLoadObjectMethod" */
+typedef REALclassRef (*REALGetClassRefProc)(const char* className);           /* "pluginObjectType" */
+typedef void (*REALLockStringProc)(REALstring s);                             /* "REALLockString" */
+typedef void (*REALUnlockStringProc)(REALstring s);                           /* "REALUnlockString" */
+typedef REALstring (*REALBuildStringProc)(const void* bytes, int32_t length); /* "REALBuildString" */
+typedef void (*REALSetStringEncodingProc)(REALstring s, uint32_t encoding);   /* "REALSetStringEncoding" */
+typedef uint32_t (*REALGetStringEncodingProc)(REALstring s);                  /* "REALGetStringEncoding" */
+typedef REALstring (*REALConvertStringProc)(REALstring s, uint32_t encoding); /* "REALConvertString" */
+typedef bool (*REALGetStringDataProc)(REALstring s, uint32_t encoding,
+                                      REALstringData* out);             /* "PluginGetStringData" */
+typedef void (*REALDisposeStringDataProc)(REALstringData* data);        /* "PluginDisposeStringData" */
+typedef REALmemoryBlock (*REALNewMemoryBlockProc)(int32_t size);        /* "newMemoryBlock" */
+typedef void* (*REALMemoryBlockGetPtrProc)(REALmemoryBlock mb);         /* "memoryBlockGetPtr" */
+typedef int32_t (*REALMemoryBlockGetSizeProc)(REALmemoryBlock mb);      /* "memoryBlockGetSize" */
+typedef REALmemoryBlock (*REALPtrToMemoryBlockProc)(const void* data);  /* "PtrToMemoryBlock" */
+typedef int32_t (*REALGetArrayUBoundProc)(REALarray array);             /* "RuntimeUBound" */
+typedef int32_t (*REALGetArrayIntProc)(REALarray array, int32_t index); /* "RuntimeDirectReadIntArray" */
 typedef REALpicture (*REALNewPictureProc)(int32_t width, int32_t height, int32_t depth); /* "newPicture" */
 typedef REALpicture (*REALBuildPictureFromBufferProc)(int32_t width, int32_t height, int32_t pixelType,
-                                                      void* buffer, int32_t rowBytes); /* "REALBuildPictureFromBuffer" */
-typedef REALpicture (*REALGetPictureMaskProc)(REALpicture pic, bool create);    /* "REALGetPictureMask" */
-typedef REALgraphics (*REALGetPictureGraphicsProc)(REALpicture pic);            /* "pluginPictureGraphicsGetter" */
-typedef void (*REALPictureClearCacheProc)(REALpicture pic);                     /* "REALPictureClearCache" */
-typedef bool (*REALLockPictureDescription2Proc)(REALpicture pic, REALpictureDescription* out); /* "lockPictureDescription" */
+                                                      void* buffer,
+                                                      int32_t rowBytes); /* "REALBuildPictureFromBuffer" */
+typedef REALpicture (*REALGetPictureMaskProc)(REALpicture pic, bool create); /* "REALGetPictureMask" */
+typedef REALgraphics (*REALGetPictureGraphicsProc)(REALpicture pic); /* "pluginPictureGraphicsGetter" */
+typedef void (*REALPictureClearCacheProc)(REALpicture pic);          /* "REALPictureClearCache" */
+typedef bool (*REALLockPictureDescription2Proc)(REALpicture pic,
+                                                REALpictureDescription* out); /* "lockPictureDescription" */
 typedef bool (*REALLockPictureDescription3Proc)(REALpicture pic, REALpictureDescription* out,
-                                                int32_t wantedType);            /* "REALLockPictureDescription" */
-typedef void (*REALUnlockPictureDescriptionProc)(REALpicture pic);              /* "unlockPictureDescription" */
+                                                int32_t wantedType); /* "REALLockPictureDescription" */
+typedef void (*REALUnlockPictureDescriptionProc)(REALpicture pic);   /* "unlockPictureDescription" */
 typedef bool (*REALFSRefFromFolderItemProc)(REALfolderItem item, REALfileRef* outRef,
-                                            REALunicodeName* outName);          /* "REALFSRefFromFolderItem" */
-typedef bool (*REALFSSpecFromFolderItemProc)(REALfileSpec* outSpec, REALfolderItem item); /* "REALFSSpecFromFolderItem" */
-typedef void (*REALYieldToRBProc)(void);                                        /* "REALYieldToRB" */
-typedef void* (*REALLoadGlobalMethodProc)(const char* module, const char* declaration); /* "REALLoadGlobalMethod" */
-typedef const char* (*REALStringGetCStringProc)(REALstring s);                  /* "StringGetCString" */
-typedef int32_t (*REALLenBProc)(REALstring s);             /* global method "LenB( s as string ) as integer" */
+                                            REALunicodeName* outName); /* "REALFSRefFromFolderItem" */
+typedef bool (*REALFSSpecFromFolderItemProc)(REALfileSpec* outSpec,
+                                             REALfolderItem item); /* "REALFSSpecFromFolderItem" */
+typedef void (*REALYieldToRBProc)(void);                           /* "REALYieldToRB" */
+typedef void* (*REALLoadGlobalMethodProc)(const char* module,
+                                          const char* declaration); /* "REALLoadGlobalMethod" */
+typedef const char* (*REALStringGetCStringProc)(REALstring s);      /* "StringGetCString" */
+typedef int32_t (*REALLenBProc)(REALstring s); /* global method "LenB( s as string ) as integer" */
 /* Graphics method found with REALLoadObjectMethod by its declaration
  * "DrawPicture(Image as Picture, x as Integer, y as Integer, w as Integer, h as Integer, sx as Integer = 0,
  *  sy as Integer = 0, sw as Integer = -10000, sh as Integer = -10000)". */
-typedef void (*REALGraphicsDrawPictureProc)(REALgraphics g, REALpicture image, int32_t x, int32_t y, int32_t w,
-                                            int32_t h, int32_t sx, int32_t sy, int32_t sw, int32_t sh);
+typedef void (*REALGraphicsDrawPictureProc)(REALgraphics g, REALpicture image, int32_t x, int32_t y,
+                                            int32_t w, int32_t h, int32_t sx, int32_t sy, int32_t sw,
+                                            int32_t sh);
 
 /* A REALFSRefFromFolderItem call with outName == NULL answers for the item itself (it must exist);
  * with outName set it answers with the item's existing parent folder and the item's own name. */

@@ -186,8 +186,8 @@ static void put32(uint8_t* p, uint32_t v) {
 /* A little-endian, min-is-white 1-bit image in one strip, each row PackBits-coded as one literal
  * run (a compressed strip: libtiff does not cut it into strips of its own). RowsPerStrip is left
  * out, or given the value `rows_per_strip`. */
-static void write_raw_bilevel(const char* dir, const char* name, uint32_t width, uint32_t height, int with_rps,
-                              uint32_t rows_per_strip) {
+static void write_raw_bilevel(const char* dir, const char* name, uint32_t width, uint32_t height,
+                              int with_rps, uint32_t rows_per_strip) {
     const uint32_t row_bytes = (width + 7) / 8, data = 8, strip = (row_bytes + 1) * height;
     const uint32_t ifd = data + strip + (strip & 1);
     struct entry e[9];
@@ -239,14 +239,16 @@ static void make_bilevel(const char* dir) {
     for (int c = 0; c < 5; ++c) {
         for (uint16_t fill = 1; fill <= 2; ++fill) {
             for (uint16_t photometric = 0; photometric <= 1; ++photometric, ++n) {
-                snprintf(names[n], sizeof names[n], "bw_%s_fill%u_photo%u.tif", kCodecNames[c], fill, photometric);
+                snprintf(names[n], sizeof names[n], "bw_%s_fill%u_photo%u.tif", kCodecNames[c], fill,
+                         photometric);
                 const struct image im = {names[n], 37, 29, 1, 1, photometric, kCodecs[c], fill, 0, 0, 4};
                 write_image(dir, &im);
                 verify_strips(dir, &im);
             }
         }
     }
-    const struct image small = {"bw_20x10.tif", 20, 10, 1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_NONE, 1, 0, 0, 3};
+    const struct image small = {"bw_20x10.tif",   20, 10, 1, 1, PHOTOMETRIC_MINISWHITE,
+                                COMPRESSION_NONE, 1,  0,  0, 3};
     write_image(dir, &small);
     verify_strips(dir, &small);
     write_raw_bilevel(dir, "bw_no_rowsperstrip.tif", 20, 10, 0, 0);
@@ -270,8 +272,8 @@ static void make_lookup(const char* dir) {
         write_image(dir, &images[i]);
         verify_strips(dir, &images[i]);
     }
-    const struct image separate = {"lut_rgb8_separate.tif", 23, 9, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE,
-                                   0, PLANARCONFIG_SEPARATE, 0, 4};
+    const struct image separate = {"lut_rgb8_separate.tif", 23, 9, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0,
+                                   PLANARCONFIG_SEPARATE,   0,  4};
     write_image(dir, &separate);
 }
 
@@ -283,10 +285,14 @@ static void make_rgba(const char* dir) {
         {"rgba_tiled8.tif", 300, 150, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, 0, 0},
         {"rgba_tiled16.tif", 300, 150, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, 0, 0},
         {"rgba_grey16.tif", 50, 20, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 3},
-        {"rgba_separate8.tif", 50, 20, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, PLANARCONFIG_SEPARATE, 0, 3},
-        {"rgba_botright8.tif", 50, 20, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, ORIENTATION_BOTRIGHT, 3},
-        {"rgba_botright16.tif", 50, 20, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, ORIENTATION_BOTRIGHT, 3},
-        {"rgba_topright16.tif", 50, 20, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, ORIENTATION_TOPRIGHT, 3},
+        {"rgba_separate8.tif", 50, 20, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, PLANARCONFIG_SEPARATE, 0,
+         3},
+        {"rgba_botright8.tif", 50, 20, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, ORIENTATION_BOTRIGHT,
+         3},
+        {"rgba_botright16.tif", 50, 20, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, ORIENTATION_BOTRIGHT,
+         3},
+        {"rgba_topright16.tif", 50, 20, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, ORIENTATION_TOPRIGHT,
+         3},
         {"rgba_grey64float.tif", 4, 4, 64, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 4},
     };
     for (size_t i = 0; i < sizeof images / sizeof images[0]; ++i) write_image(dir, &images[i]);
@@ -358,11 +364,12 @@ static int dump(const char* file) {
     const uint32_t bps = u16tag(t, TIFFTAG_BITSPERSAMPLE);
     uint64_t bytes = 0;
     for (uint32_t s = 0; s < TIFFNumberOfStrips(t); ++s) bytes += TIFFGetStrileByteCount(t, s);
-    printf("width %u height %u bps %u spp %u photometric %u compression %u fill %u xres %g yres %g unit %u "
-           "bytes %llu\n",
-           w, h, bps, u16tag(t, TIFFTAG_SAMPLESPERPIXEL), u16tag(t, TIFFTAG_PHOTOMETRIC),
-           u16tag(t, TIFFTAG_COMPRESSION), u16tag(t, TIFFTAG_FILLORDER), xres, yres,
-           u16tag(t, TIFFTAG_RESOLUTIONUNIT), (unsigned long long)bytes);
+    printf(
+        "width %u height %u bps %u spp %u photometric %u compression %u fill %u xres %g yres %g unit %u "
+        "bytes %llu\n",
+        w, h, bps, u16tag(t, TIFFTAG_SAMPLESPERPIXEL), u16tag(t, TIFFTAG_PHOTOMETRIC),
+        u16tag(t, TIFFTAG_COMPRESSION), u16tag(t, TIFFTAG_FILLORDER), xres, yres,
+        u16tag(t, TIFFTAG_RESOLUTIONUNIT), (unsigned long long)bytes);
     const tmsize_t size = TIFFScanlineSize(t);
     uint8_t* row = calloc(1, (size_t)size + 16);
     for (uint32_t y = 0; y < h; ++y) {
