@@ -12,6 +12,8 @@
 
 #include "bridge/handles.h"
 #include "bridge/services.h"
+#include "import/direct_strips.h"
+#include "import/rgba_layouts.h"
 #include "picture/picture_editor.h"
 #include "session/messages.h"
 #include "session/tiff_data.h"
@@ -25,50 +27,6 @@ namespace {
 constexpr uint64_t kMaxRasterPixels = uint64_t{1} << 28;
 
 // ---- Row converters: one per writer layout and picture kind, chosen before the row loop ----
-//
-// A raster word holds R in bits 0-7, G 8-15, B 16-23, A 24-31; the mask value is 255 - A.
-
-struct Rgba {
-    uint8_t r, g, b, v;
-};
-
-inline Rgba Unpack(uint32_t word) {
-    return {static_cast<uint8_t>(word), static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word >> 16),
-            static_cast<uint8_t>(255u - (word >> 24))};
-}
-
-// Four-byte layouts are written as whole words (bytes in memory order, little-endian host), so
-// the loops reduce to shifts and masks that the compiler vectorises.
-struct ColourXRGB {
-    static constexpr int kBytes = 4;
-    static uint32_t Word(uint32_t w) { return (w << 8) | 0xFFu; }  // 255, R, G, B
-};
-struct MaskXRGB {
-    static constexpr int kBytes = 4;
-    static uint32_t Word(uint32_t w) { return ((255u - (w >> 24)) * 0x01010100u) | 0xFFu; }  // 255, V, V, V
-};
-struct ColourBGRX {
-    static constexpr int kBytes = 4;
-    static uint32_t Word(uint32_t w) {  // B, G, R, 0
-        return ((w & 0xFFu) << 16) | (w & 0xFF00u) | ((w >> 16) & 0xFFu);
-    }
-};
-struct MaskBGRX {
-    static constexpr int kBytes = 4;
-    static uint32_t Word(uint32_t w) { return (255u - (w >> 24)) * 0x010101u; }  // V, V, V, 0
-};
-struct ColourRGB {
-    static constexpr int kBytes = 3;
-    static void Put(uint8_t* o, Rgba p) { o[0] = p.r, o[1] = p.g, o[2] = p.b; }
-};
-struct MaskRGB {
-    static constexpr int kBytes = 3;
-    static void Put(uint8_t* o, Rgba p) { o[0] = p.v, o[1] = p.v, o[2] = p.v; }
-};
-
-template <typename Layout>
-concept WordLayout = Layout::kBytes == 4;
-static_assert(std::endian::native == std::endian::little, "word layouts assume a little-endian host");
 
 using RowConverter = void (*)(uint8_t* out, const uint32_t* in, int32_t count, uint32_t step);
 
@@ -236,7 +194,31 @@ void ReleaseSlots(TiffData* record) {
 
 // Decodes the current image and builds the mask, then the colour picture. False only when the
 // image cannot be decoded; a picture the host cannot make leaves its slot nil.
+// The direct read made the pictures before any yield; the yields then come as the raster path
+// gives them (one after decoding, one per row of each picture made, one after each picture),
+// and the slots fill in the same order.
+void StoreDirect(TiffData* record, DirectPictures pictures, REALobject self) {
+    PictureRef mask = PictureRef::Steal(pictures.mask);
+    PictureRef pict = PictureRef::Steal(pictures.pict);
+    const int32_t maskRows = GetPictureHeight(mask.get());
+    const int32_t pictRows = GetPictureHeight(pict.get());
+    AfterRow(self, record);
+    for (int32_t y = 0; y < maskRows; ++y) AfterRow(self, record);
+    Store(record->Mask, mask.Release());
+    AfterRow(self, record);
+    for (int32_t y = 0; y < pictRows; ++y) AfterRow(self, record);
+    Store(record->Pict, pict.Release());
+    AfterRow(self, record);
+}
+
 bool ReadInto(TiffData* record, uint32_t step, REALobject self) {
+    if (step == 1 && DirectPathEnabled()) {
+        DirectPictures pictures;
+        if (ReadDirect(record->tiff, pictures)) {
+            StoreDirect(record, pictures, self);
+            return true;
+        }
+    }
     Raster raster;
     if (!Decode(record->tiff, raster)) return false;
     AfterRow(self, record);
