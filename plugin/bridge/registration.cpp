@@ -1,15 +1,12 @@
 // The registered vocabulary, as data, and its registration.
 //
-// The tables hold every row in its final registration order. A row whose function is still nil
-// (kLater) belongs to a feature that is not built in yet and is left out when the tables are
-// registered; adding a feature means filling in its rows' functions.
+// The tables hold every row in its registration order; the host keeps pointers into them, and
+// the console flags are adjusted in place before registration.
 #include "bridge/registration.h"
 
 #include <tiffio.h>
 
 #include <cstddef>
-#include <iterator>
-#include <vector>
 
 #include "bridge/entry_guard.h"
 #include "bridge/services.h"
@@ -43,9 +40,6 @@ inline constexpr bool kRunsDuringMessages<&TiffDestructor> = true;
 template <>
 inline constexpr bool kRunsDuringMessages<&CloseTiff> = true;
 namespace {
-
-// The function of a row whose feature is not built in yet.
-constexpr std::nullptr_t kLater = nullptr;
 
 constexpr intptr_t kYieldTicksOffset = offsetof(TiffData, yield) + offsetof(YieldData, YieldTicks);
 
@@ -300,44 +294,9 @@ REALevent TiffEvents[] = {
     {"Progress(line as integer, total as integer)", 0},
 };
 
-// The rows that are registered: copies of the table rows that have functions, in table order.
 template <typename Row, size_t N>
-std::vector<Row> Implemented(Row (&rows)[N]) {
-    std::vector<Row> out;
-    for (const Row& row : rows) {
-        if (row.function != nullptr) out.push_back(row);
-    }
-    return out;
-}
-
-std::vector<REALproperty> ImplementedProperties() {
-    std::vector<REALproperty> out;
-    for (const REALproperty& row : tiffProperties) {
-        if (row.getter != nullptr) out.push_back(row);
-    }
-    return out;
-}
-
-// Live for the process: the host keeps pointers into them.
-std::vector<REALproperty> gProperties;
-std::vector<REALmethodDefinition> gMethods, gFolderitemMethods, gGlobalMethods;
-
-template <typename Row>
-Row* Data(std::vector<Row>& rows) {
-    return rows.empty() ? nullptr : rows.data();
-}
-
-void BuildTables() {
-    gProperties = ImplementedProperties();
-    gMethods = Implemented(tiffMethods);
-    gFolderitemMethods = Implemented(folderitemMethods);
-    gGlobalMethods = Implemented(globalMethod);
-    tiffClass.properties = Data(gProperties);
-    tiffClass.propertyCount = static_cast<uint32_t>(gProperties.size());
-    tiffClass.methods = Data(gMethods);
-    tiffClass.methodCount = static_cast<uint32_t>(gMethods.size());
-    folderitemClass.methods = Data(gFolderitemMethods);
-    folderitemClass.methodCount = static_cast<uint32_t>(gFolderitemMethods.size());
+constexpr uint32_t CountOf(Row (&)[N]) {
+    return static_cast<uint32_t>(N);
 }
 
 constexpr double kConsoleFlagsFrom = 2010.029;
@@ -349,12 +308,11 @@ void MyREALRegisterClass(REALclassDefinition* definition) {
 }
 
 void MyREALRegisterClassExtension(REALclassDefinition* definition) {
-    // An extension without methods (its feature not built in) would only add an empty name.
-    if (definition->methodCount > 0) REALRegisterClassExtension(definition);
+    REALRegisterClassExtension(definition);
 }
 
-void MyREALRegisterMethodArray(std::vector<REALmethodDefinition>& methods) {
-    for (REALmethodDefinition& method : methods) REALRegisterMethod(&method);
+void MyREALRegisterMethodArray(REALmethodDefinition* methods, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) REALRegisterMethod(&methods[i]);
 }
 
 void MyPluginEnde() {}
@@ -369,14 +327,14 @@ REALclassDefinition tiffClass = {
     0,
     EntryMethodAs<REALConstructorProc, &TiffConstructor>(),
     EntryMethodAs<REALDestructorProc, &TiffDestructor>(),
-    nullptr,
-    0,
-    nullptr,
-    0,
+    tiffProperties,
+    CountOf(tiffProperties),
+    tiffMethods,
+    CountOf(tiffMethods),
     TiffEvents,
-    static_cast<uint32_t>(std::size(TiffEvents)),
+    CountOf(TiffEvents),
     constants,
-    static_cast<uint32_t>(std::size(constants)),
+    CountOf(constants),
     REALconsoleSafe,
     nullptr,
     0,
@@ -395,8 +353,8 @@ REALclassDefinition folderitemClass = {
     nullptr,
     nullptr,
     0,
-    nullptr,
-    0,
+    folderitemMethods,
+    CountOf(folderitemMethods),
     nullptr,
     0,
     nullptr,
@@ -445,13 +403,12 @@ void PluginEntry() {
     TIFFSetErrorHandler(MyTIFFErrorHandler);
     TIFFSetWarningHandler(MyTIFFWarningHandler);
     InstallColorMapGuard();
-    BuildTables();
     FixConsoleFlags(&tiffClass);
     FixConsoleFlags(&folderitemClass);
-    FixConsoleFlags(Data(gGlobalMethods), static_cast<uint32_t>(gGlobalMethods.size()));
+    FixConsoleFlags(globalMethod, CountOf(globalMethod));
     MyREALRegisterClass(&tiffClass);
     MyREALRegisterClassExtension(&folderitemClass);
-    MyREALRegisterMethodArray(gGlobalMethods);
+    MyREALRegisterMethodArray(globalMethod, CountOf(globalMethod));
     MyPluginEnde();
 }
 
