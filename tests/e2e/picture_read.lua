@@ -12,19 +12,6 @@ local FULL_COMPARE_PIXELS = 65536
 local GRID = 97 -- a prime number of grid lines, so strides do not follow strip or tile sizes
 local MAX_SIDE = 32767
 
-local function testdata_files()
-  local files = {}
-  local index = assert(io.open(T.testdata("INDEX.tsv")))
-  index:read("l")
-  for line in index:lines() do
-    local source, path = line:match("^([^\t]+)\t([^\t]+)")
-    if source then files[#files + 1] = source .. "/" .. path end
-  end
-  index:close()
-  table.sort(files)
-  return files
-end
-
 local function shell_quote(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
 
 -- status: "ok", "too-large" or "no"; with the size and the raw pixels when rendered.
@@ -111,7 +98,7 @@ end
 
 T.group("ReadRGB equals libtiff's RGBA rendering", function()
   local counts = {}
-  for _, rel in ipairs(testdata_files()) do
+  for _, rel in ipairs(T.testdata_files()) do
     T.test(rel, function()
       local kind = check_file(rel)
       counts[kind] = (counts[kind] or 0) + 1

@@ -116,6 +116,20 @@ function T.testdata(rel)
   return (os.getenv("TQV_TESTDATA") or "../shared/testdata") .. "/" .. rel
 end
 
+-- Every file of the test data ("source/path", as INDEX.tsv lists them), sorted.
+function T.testdata_files()
+  local files = {}
+  local index = assert(io.open(T.testdata("INDEX.tsv")))
+  index:read("l")
+  for line in index:lines() do
+    local source, path = line:match("^([^\t]+)\t([^\t]+)")
+    if source then files[#files + 1] = source .. "/" .. path end
+  end
+  index:close()
+  table.sort(files)
+  return files
+end
+
 function T.read_bytes(path)
   local f = assert(io.open(path, "rb")); local s = f:read("a"); f:close(); return s
 end

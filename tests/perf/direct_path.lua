@@ -10,19 +10,6 @@ local T = require("testlib")
 local MODE = assert(arg[1], "usage: direct_path.lua record|compare FOLDER")
 local FOLDER = assert(arg[2], "usage: direct_path.lua record|compare FOLDER")
 
-local function testdata_files()
-  local files = {}
-  local index = assert(io.open(T.testdata("INDEX.tsv")))
-  index:read("l")
-  for line in index:lines() do
-    local source, path = line:match("^([^\t]+)\t([^\t]+)")
-    if source then files[#files + 1] = source .. "/" .. path end
-  end
-  index:close()
-  table.sort(files)
-  return files
-end
-
 local function save(picture, path)
   os.remove(path)
   if picture == nil then return "nil" end
@@ -46,7 +33,7 @@ end
 
 local function read_all(prefix)
   local lines = {}
-  for n, rel in ipairs(testdata_files()) do lines[n] = read_file(rel, n, prefix) end
+  for n, rel in ipairs(T.testdata_files()) do lines[n] = read_file(rel, n, prefix) end
   return lines
 end
 
@@ -62,7 +49,7 @@ else
   local expected = {}
   for line in io.lines(FOLDER .. "/manifest.tsv") do expected[#expected + 1] = line end
   local compared = 0
-  for n, rel in ipairs(testdata_files()) do
+  for n, rel in ipairs(T.testdata_files()) do
     T.test(rel, function()
       local line = read_file(rel, n, "direct_")
       T.eq(line, expected[n], "result and picture sizes")
