@@ -6,6 +6,9 @@
 -- saves it as a PNG with transparency. Then writes all pages back into one new multi-page TIFF (RGB, with the mask as
 -- alpha), once as a file and once in memory, and checks that the copy reads back the same.
 
+package.path = (arg[0]:match("^(.*)/[^/]*$") or ".") .. "/lib/?.lua;" .. package.path
+local tt = require("tqvtools")
+
 local function usage()
   io.stderr:write("usage: tqvhost run examples/demo.lua IN.tif OUTDIR\n")
   os.exit(2)
@@ -57,23 +60,11 @@ local function read_pages(path)
   return pages
 end
 
--- ReadRGB's mask is black where the image is opaque; WriteRGB takes the mask's red byte as the
--- alpha sample, white being opaque. A program that copies images therefore inverts the mask.
-local function alpha_of(mask)
-  local alpha = NewPicture(mask.Width, mask.Height, 32)
-  for y = 0, mask.Height - 1 do
-    for x = 0, mask.Width - 1 do
-      local v = mask:Pixel(x, y)
-      alpha:SetPixel(x, y, 255 - v, 255 - v, 255 - v)
-    end
-  end
-  return alpha
-end
-
 -- Writes the pages as RGB + alpha into `t`, which was created on a file or in memory.
 local function write_pages(t, pages)
   for i, p in ipairs(pages) do
-    t.Pict, t.Mask = p.pict, alpha_of(p.mask)
+    -- ReadRGB's mask is black where opaque, WriteRGB's alpha white where opaque: invert it.
+    t.Pict, t.Mask = p.pict, tt.alpha_of(p.mask)
     t.Compression = TiffPictureTQV.kCompressionLZW
     assert(t:WriteRGB(), "WriteRGB failed on page " .. (i - 1))
     if i < #pages then assert(t:AddImage(), "AddImage failed") end

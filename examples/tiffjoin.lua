@@ -11,11 +11,7 @@ Writes every page of every IN.tif, in the order given, as the pages of OUT.tif. 
 happens in memory: each input is read into a string and opened from there, the output is built in
 a memory buffer and written to disk at the end, only when every page could be copied.
 
-Pages are decoded and written again: bilevel pages stay bilevel, grey pages become 8-bit grey,
-everything else 8-bit RGB (with alpha when the page has an extra sample). The text tags,
-resolution and XMP packet are kept, the ICC profile where it still fits the pixels, and the
-compression where it can be written (otherwise CCITT Group 4 for bilevel pages, LZW for the rest).
-Prints one line per page.
+]] .. tt.COPY_PAGE_HELP .. [[
 
 options:
   --verbose   also print libtiff's warnings and errors as they arrive

@@ -11,11 +11,7 @@ Writes each page of IN.tif to its own file OUTPREFIXaaa.tif, OUTPREFIXaab.tif, .
 libtiff's tiffsplit uses). The whole work happens in memory: the input is read into a string and
 opened from there, and every page is written into a memory buffer before it goes to disk.
 
-Pages are decoded and written again: bilevel pages stay bilevel, grey pages become 8-bit grey,
-everything else 8-bit RGB (with alpha when the page has an extra sample). The text tags,
-resolution and XMP packet are kept, the ICC profile where it still fits the pixels, and the
-compression where it can be written (otherwise CCITT Group 4 for bilevel pages, LZW for the rest).
-Prints one line per page.
+]] .. tt.COPY_PAGE_HELP .. [[
 
 options:
   --verbose   also print libtiff's warnings and errors as they arrive

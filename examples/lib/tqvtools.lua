@@ -260,6 +260,15 @@ end
 
 -- ---- Copying pages -----------------------------------------------------------------------------
 
+-- What copy_page does, for the tools' help texts.
+M.COPY_PAGE_HELP = [[
+Pages are decoded and written again: bilevel pages stay bilevel, grey pages become 8-bit grey,
+everything else 8-bit RGB (with alpha when the page has an extra sample). The text tags,
+resolution and XMP packet are kept, the ICC profile where it still fits the pixels, and the
+compression where it can be written (otherwise CCITT Group 4 for bilevel pages, LZW for the rest).
+Prints one line per page.
+]]
+
 -- How a page is best written again: "bw" (one bit of grey), "gray" (one grey sample) or "rgb"
 -- (everything else, with alpha when the page has an extra sample).
 function M.page_kind(t)
