@@ -1,2 +1,392 @@
 // The write paths against libtiff's plain API (see bench_common.h for the conventions).
+//
+// Ours: a session as a host program drives it: Create on a scratch file, the Compression (and for
+// grey BitsPerSample) property set, Pict (and Mask) set, the write method, Close (which writes the
+// directory). The floor: TIFFOpen "w", the tags the plugin writes for that picture, a
+// TIFFWriteScanline loop over rows prepared beforehand in the file's layout (the bytes the plugin
+// converts the picture into), TIFFClose. After its runs every floor writes the file once more
+// through the plugin and requires the two files to be byte-identical, so both sides do the same
+// libtiff work (tags, strips, codec).
+//
+// WriteRGB4096: "WriteRGB as boolean" of a 4096 x 4096 32-bit picture (gradients with noise),
+// without a mask (8-bit RGB) and with one (RGBA, the mask's red byte as unassociated alpha),
+// uncompressed and LZW.
+//
+// WriteGray4096: "WriteGray as boolean" of the same picture, 8 bits (BitsPerSample left unset) and
+// 16 bits (BitsPerSample set to 16 before the write), uncompressed.
+//
+// WriteBW8192: "WriteBW as boolean" of an 8192 x 8192 black-and-white page (lines of blocky
+// glyphs, rules and a frame), uncompressed and CCITT Group 4; the floor writes packed 1-bit rows.
+//
+// Every write keeps the plugin's one row a strip. The pictures and the floors' rows are made once
+// per process; neither side's timing includes them.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
 #include "bench_common.h"
+
+namespace tqvbench {
+namespace {
+
+using namespace tqvhost;
+
+constexpr int32_t kSide = 4096;
+constexpr int32_t kPageSide = 8192;
+constexpr uint32_t kWhite = 0xFFFFFF;
+
+// ---- Pictures --------------------------------------------------------------------------------
+
+// The pictures are held for the life of the process.
+// Red, green and blue ramps with 4 bits of noise; the mask is a slower grey ramp.
+PictureHandle* ColourPicture() {
+    static const HostRef picture = [] {
+        PluginClass();  // the host is configured before it makes pictures
+        PictureHandle* p = makePicture(kSide, kSide, 32);
+        PictureHandle* mask = maskOf(p);
+        uint32_t noise = 12345;
+        for (int32_t y = 0; y < kSide; ++y) {
+            for (int32_t x = 0; x < kSide; ++x) {
+                noise = noise * 1103515245u + 12345u;
+                const uint32_t n = (noise >> 16) & 15;
+                const uint32_t r = (uint32_t(x) / 16 + n) & 255, g = (uint32_t(y) / 16 + n) & 255;
+                const uint32_t b = (uint32_t(x + y) / 32 + n) & 255;
+                p->setPixel(x, y, r << 16 | g << 8 | b);
+                const uint32_t a = (uint32_t(x) / 8 + uint32_t(y) / 64) & 255;
+                mask->setPixel(x, y, a << 16 | a << 8 | a);
+            }
+        }
+        return HostRef(p);
+    }();
+    return picture.as<PictureHandle>();
+}
+
+// A 5 x 7 glyph row picked by `code`: 5 bits from a hash, never blank.
+uint32_t GlyphRow(uint32_t code, uint32_t row) {
+    uint32_t h = (code * 2654435761u) ^ (row * 40503u);
+    h ^= h >> 13;
+    h *= 0x5bd1e995u;
+    h ^= h >> 15;
+    return (h & 31u) | (row == 3 ? 0x11u : 0u);
+}
+
+// Whether the page is black at (x, y): lines of glyphs drawn 3 times their size in 16-pixel
+// cells with spaces and ragged ends, a rule every 50 lines, a 4-pixel frame.
+bool PageBlack(uint32_t x, uint32_t y) {
+    constexpr uint32_t kFrame = 200, kMargin = 320, kCell = 16, kLine = 40;
+    constexpr uint32_t kCells = (kPageSide - 2 * kMargin) / kCell;
+    const bool insideY = y >= kFrame && y < kPageSide - kFrame;
+    const bool insideX = x >= kFrame && x < kPageSide - kFrame;
+    if (!insideX || !insideY) return false;
+    if (x < kFrame + 4 || x >= kPageSide - kFrame - 4 || y < kFrame + 4 || y >= kPageSide - kFrame - 4)
+        return true;
+    const uint32_t line = y / kLine, oy = y % kLine;
+    if (x < kMargin || x >= kPageSide - kMargin) return false;
+    if (line % 50 == 49) return oy >= 18 && oy < 20;
+    if (oy < 8 || oy >= 29) return false;
+    const uint32_t c = (x - kMargin) / kCell, gx = (x - kMargin) % kCell / 3;
+    if (c >= kCells - (line * 7919u) % 40u || gx >= 5) return false;
+    const uint32_t code = line * 1000003u + c * 7u;
+    if ((code * 2246822519u) >> 29 == 0) return false;  // a space between words
+    return (GlyphRow(code % 96u, (oy - 8) / 3) >> (4 - gx)) & 1u;
+}
+
+PictureHandle* PagePicture() {
+    static const HostRef picture = [] {
+        PluginClass();
+        PictureHandle* p = makePicture(kPageSide, kPageSide, 32);
+        for (int32_t y = 0; y < kPageSide; ++y)
+            for (int32_t x = 0; x < kPageSide; ++x)
+                p->setPixel(x, y, PageBlack(uint32_t(x), uint32_t(y)) ? 0 : kWhite);
+        return HostRef(p);
+    }();
+    return picture.as<PictureHandle>();
+}
+
+// ---- The three writes --------------------------------------------------------------------------
+
+enum class Kind { RGB, RGBA, Grey8, Grey16, Bilevel };
+
+struct Write {
+    Kind kind;
+    uint16_t compression;
+};
+
+Write RgbWrite(const benchmark::State& state) {
+    return {state.range(1) != 0 ? Kind::RGBA : Kind::RGB, static_cast<uint16_t>(state.range(0))};
+}
+Write GreyWrite(const benchmark::State& state) {
+    return {state.range(0) == 16 ? Kind::Grey16 : Kind::Grey8, COMPRESSION_NONE};
+}
+Write BilevelWrite(const benchmark::State& state) {
+    return {Kind::Bilevel, static_cast<uint16_t>(state.range(0))};
+}
+
+PictureHandle* PictureOf(Kind kind) {
+    return kind == Kind::Bilevel ? PagePicture() : ColourPicture();
+}
+int32_t SideOf(Kind kind) {
+    return kind == Kind::Bilevel ? kPageSide : kSide;
+}
+
+const char* MethodOf(Kind kind) {
+    switch (kind) {
+        case Kind::RGB:
+        case Kind::RGBA:
+            return "WriteRGB as boolean";
+        case Kind::Grey8:
+        case Kind::Grey16:
+            return "WriteGray as boolean";
+        case Kind::Bilevel:
+            return "WriteBW as boolean";
+    }
+    return "";
+}
+
+std::string CompressionName(uint16_t c) {
+    switch (c) {
+        case COMPRESSION_NONE:
+            return "none";
+        case COMPRESSION_LZW:
+            return "LZW";
+        case COMPRESSION_CCITTFAX4:
+            return "G4";
+        default:
+            return std::to_string(c);
+    }
+}
+
+std::string ImageName(const Write& w) {
+    switch (w.kind) {
+        case Kind::RGB:
+            return "4096x4096 RGB " + CompressionName(w.compression);
+        case Kind::RGBA:
+            return "4096x4096 RGB + mask " + CompressionName(w.compression);
+        case Kind::Grey8:
+            return "4096x4096 grey 8-bit";
+        case Kind::Grey16:
+            return "4096x4096 grey 16-bit";
+        case Kind::Bilevel:
+            return "8192x8192 bilevel page " + CompressionName(w.compression);
+    }
+    return "";
+}
+
+// Per process, so that runs side by side do not write into one file; removed after each row.
+std::string FileName(const Write& w, const char* side) {
+    return ScratchPath("tqv_bench_write_" + std::to_string(getpid()) + "_" + std::to_string(int(w.kind)) + "_" +
+                       std::to_string(w.compression) + "_" + side + ".tif");
+}
+
+// One write through the plugin, as a host program makes it.
+bool PluginWrite(Session& session, const Write& w, const std::string& path) {
+    if (!session.Call("Create(file as folderitem) as boolean", {FolderItemArg(path)}).b) return false;
+    session.SetInteger("Compression", w.compression);
+    if (w.kind == Kind::Grey16) session.SetInteger("BitsPerSample", 16);
+    PictureHandle* picture = PictureOf(w.kind);
+    session.SetPict(picture);
+    if (w.kind == Kind::RGBA) {
+        Value mask;
+        mask.kind = TypeKind::Picture;
+        mask.handle = HostRef(maskOf(picture));
+        session.Set("Mask", mask);
+    }
+    const bool ok = session.Call(MethodOf(w.kind)).b;
+    session.Call("Close");
+    return ok;
+}
+
+// ---- The floor -------------------------------------------------------------------------------
+
+// The rows the plugin writes for the picture, in the file's layout, one after the other.
+struct Rows {
+    std::vector<uint8_t> bytes;
+    size_t rowBytes = 0;
+};
+
+Rows MakeRows(Kind kind) {
+    PictureHandle* picture = PictureOf(kind);
+    const int32_t side = SideOf(kind);
+    Rows rows;
+    rows.rowBytes = kind == Kind::RGB      ? size_t(side) * 3
+                    : kind == Kind::RGBA   ? size_t(side) * 4
+                    : kind == Kind::Grey8  ? size_t(side)
+                    : kind == Kind::Grey16 ? size_t(side) * 2
+                                           : size_t(side + 7) / 8;
+    rows.bytes.assign(rows.rowBytes * size_t(side), 0);
+    PictureHandle* mask = kind == Kind::RGBA ? maskOf(picture) : nullptr;
+    for (int32_t y = 0; y < side; ++y) {
+        uint8_t* row = rows.bytes.data() + rows.rowBytes * size_t(y);
+        for (int32_t x = 0; x < side; ++x) {
+            const uint32_t rgb = picture->pixel(x, y);
+            const auto r = uint8_t(rgb >> 16), g = uint8_t(rgb >> 8), b = uint8_t(rgb);
+            switch (kind) {
+                case Kind::RGB:
+                case Kind::RGBA: {
+                    uint8_t* p = row + size_t(x) * (kind == Kind::RGB ? 3 : 4);
+                    p[0] = r, p[1] = g, p[2] = b;
+                    if (mask != nullptr) p[3] = uint8_t(mask->pixel(x, y) >> 16);
+                    break;
+                }
+                case Kind::Grey8:
+                    row[x] = r;
+                    break;
+                case Kind::Grey16: {
+                    const auto word = uint16_t(r * 257);
+                    std::memcpy(row + size_t(x) * 2, &word, 2);
+                    break;
+                }
+                case Kind::Bilevel:
+                    // Min-is-black: white is 1 (white means R + G + B of at least 128).
+                    if (r + g + b >= 128) row[x >> 3] |= uint8_t(0x80u >> (x & 7));
+                    break;
+            }
+        }
+    }
+    return rows;
+}
+
+const Rows& PreparedRows(Kind kind) {
+    static std::vector<Rows> made(5);
+    Rows& rows = made[size_t(kind)];
+    if (rows.bytes.empty()) rows = MakeRows(kind);
+    return rows;
+}
+
+// The tags the plugin writes for the write with no tag set beforehand but Compression (and for
+// 16-bit grey BitsPerSample).
+void SetTags(TIFF* tif, const Write& w) {
+    const auto side = uint32_t(SideOf(w.kind));
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, side);
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, side);
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 1);
+    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tif, TIFFTAG_FILLORDER, FILLORDER_MSB2LSB);
+    TIFFSetField(tif, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    TIFFSetField(tif, TIFFTAG_XRESOLUTION, 72.0);
+    // With a mask the plugin sets a resolution only when unset, and libtiff keeps one "set" flag
+    // for both: once X is set, Y counts as set and is written as 0.
+    if (w.kind != Kind::RGBA) TIFFSetField(tif, TIFFTAG_YRESOLUTION, 72.0);
+    TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, w.compression);
+    switch (w.kind) {
+        case Kind::RGB:
+        case Kind::RGBA:
+            TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+            TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
+            TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, w.kind == Kind::RGBA ? 4 : 3);
+            if (w.kind == Kind::RGBA) {
+                const uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
+                TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &alpha);
+            }
+            break;
+        case Kind::Grey8:
+        case Kind::Grey16:
+        case Kind::Bilevel:
+            TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+            TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE,
+                         w.kind == Kind::Bilevel ? 1 : w.kind == Kind::Grey16 ? 16 : 8);
+            TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+            break;
+    }
+}
+
+bool FloorWrite(const Write& w, const Rows& rows, const std::string& path) {
+    TIFF* tif = TIFFOpen(path.c_str(), "w");
+    if (tif == nullptr) return false;
+    SetTags(tif, w);
+    bool ok = true;
+    const auto side = uint32_t(SideOf(w.kind));
+    for (uint32_t y = 0; ok && y < side; ++y) {
+        // TIFFWriteScanline takes a non-const buffer; with these codecs it only reads it.
+        auto* row = const_cast<uint8_t*>(rows.bytes.data() + rows.rowBytes * y);
+        ok = TIFFWriteScanline(tif, row, y, 0) == 1;
+    }
+    TIFFClose(tif);
+    return ok;
+}
+
+// ---- Benchmarks ------------------------------------------------------------------------------
+
+void Ours(benchmark::State& state, const Write& w, const char* operation) {
+    Session session;
+    PictureOf(w.kind);
+    const std::string path = FileName(w, "ours");
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        if (!PluginWrite(session, w, path)) state.SkipWithError("the write failed");
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    std::remove(path.c_str());
+    state.SetLabel(std::string(operation) + "|" + ImageName(w) + "|1.2");
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(int64_t{SideOf(w.kind)} * SideOf(w.kind) * state.iterations());
+}
+
+void Floor(benchmark::State& state, const Write& w) {
+    const Rows& rows = PreparedRows(w.kind);
+    const std::string path = FileName(w, "floor");
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        if (!FloorWrite(w, rows, path)) state.SkipWithError("the floor's write failed");
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(int64_t{SideOf(w.kind)} * SideOf(w.kind) * state.iterations());
+    Session session;
+    const std::string reference = FileName(w, "reference");
+    if (!PluginWrite(session, w, reference) || FileBytes(reference) != FileBytes(path))
+        state.SkipWithError("the floor's file differs from the plugin's");
+    std::remove(path.c_str());
+    std::remove(reference.c_str());
+}
+
+void WriteRGB4096(benchmark::State& state) {
+    Ours(state, RgbWrite(state), "WriteRGB");
+}
+void WriteRGB4096_Floor(benchmark::State& state) {
+    Floor(state, RgbWrite(state));
+}
+void RgbArgs(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"compression", "mask"});
+    for (int64_t mask : {0, 1})
+        for (int64_t c : {COMPRESSION_NONE, COMPRESSION_LZW}) b->Args({c, mask});
+    b->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+}
+BENCHMARK(WriteRGB4096)->Apply(RgbArgs);
+BENCHMARK(WriteRGB4096_Floor)->Apply(RgbArgs);
+
+void WriteGray4096(benchmark::State& state) {
+    Ours(state, GreyWrite(state), "WriteGray");
+}
+void WriteGray4096_Floor(benchmark::State& state) {
+    Floor(state, GreyWrite(state));
+}
+void GreyArgs(benchmark::internal::Benchmark* b) {
+    b->ArgName("bits")->Arg(8)->Arg(16);
+    b->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+}
+BENCHMARK(WriteGray4096)->Apply(GreyArgs);
+BENCHMARK(WriteGray4096_Floor)->Apply(GreyArgs);
+
+void WriteBW8192(benchmark::State& state) {
+    Ours(state, BilevelWrite(state), "WriteBW");
+}
+void WriteBW8192_Floor(benchmark::State& state) {
+    Floor(state, BilevelWrite(state));
+}
+void BilevelArgs(benchmark::internal::Benchmark* b) {
+    b->ArgName("compression")->Arg(COMPRESSION_NONE)->Arg(COMPRESSION_CCITTFAX4);
+    b->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+}
+BENCHMARK(WriteBW8192)->Apply(BilevelArgs);
+BENCHMARK(WriteBW8192_Floor)->Apply(BilevelArgs);
+
+}  // namespace
+}  // namespace tqvbench
