@@ -1,2 +1,498 @@
-// The read paths against libtiff's plain API (see bench_common.h for the conventions).
+// The read paths beyond ReadRGB: RGBA memory blocks (whole image, and rectangles between Begin
+// and End), bilevel pictures and lookup-table pictures, each against the same work through
+// libtiff's plain API (see bench_common.h for the conventions).
+//
+// ReadRGBMemory: "ReadRGB(byref ErrorMessage as string) as memoryblock" of a 4096 x 4096 RGB
+// image (16 rows a strip, uncompressed and LZW with predictor) against TIFFRGBAImageBegin, Get
+// and End into a fresh buffer of the same size.
+//
+// ReadRGBMemorySteps: ReadRGBMemoryBegin, ReadRGBMemoryStep over the image in 1024 x 1024
+// rectangles (each block released before the next), ReadRGBMemoryEnd; the floor sets
+// row_offset and col_offset and renders each rectangle into a fresh buffer of its size. On the
+// 30000 x 30000 tiled image the peak memory must stay under 128 MB.
+//
+// ReadBW / ReadPreviewBW of an 8192 x 8192 page of text (1 bit, MinIsWhite), uncompressed and
+// CCITT Group 4, against a TIFFReadScanline loop over every row into one row buffer. ReadBW
+// also fills a host picture of 8192 x 8192 32-bit pixels (256 MiB), which the floor does not.
+//
+// ReadWithLUT with a full table (256 or 65536 colours) of a 4096 x 4096 grey image, 8 and 16
+// bits, against the same scanline loop; ours also fills a 64 MiB host picture.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
 #include "bench_common.h"
+
+namespace tqvbench {
+namespace {
+
+using namespace tqvhost;
+
+constexpr int kSide = 4096;
+constexpr int kStepSide = 1024;
+constexpr int kHugeSide = 30000;
+constexpr int kHugeTile = 256;
+constexpr int kPageSide = 8192;
+
+const char* const kReadRGBMemory = "ReadRGB(byref ErrorMessage as string) as memoryblock";
+const char* const kBegin = "ReadRGBMemoryBegin(byref ErrorMessage as string) as boolean";
+const char* const kStep =
+    "ReadRGBMemoryStep(x as integer, y as integer, width as integer, height as integer) as memoryblock";
+const char* const kEnd = "ReadRGBMemoryEnd";
+const char* const kOpen = "Open(file as folderitem) as boolean";
+
+// Files are made once and kept in the scratch folder (the 30000 x 30000 image takes a while):
+// written under a temporary name and renamed, so an interrupted run leaves no partial file.
+template <typename Make>
+const std::string& Cached(const std::string& name, Make make) {
+    static std::map<std::string, std::string> files;
+    auto it = files.find(name);
+    if (it == files.end()) {
+        const std::string path = ScratchPath(name);
+        if (FILE* f = std::fopen(path.c_str(), "rb")) {
+            std::fclose(f);
+        } else {
+            const std::string partial = path + ".partial";
+            make(partial);
+            std::rename(partial.c_str(), path.c_str());
+        }
+        it = files.emplace(name, path).first;
+    }
+    return it->second;
+}
+
+// ---- Images ----------------------------------------------------------------------------------
+
+// 4096 x 4096 RGB, gradients with some noise, 16 rows a strip.
+const std::string& RgbFile(int64_t compression) {
+    return Cached("tqv_rd_rgb4096_" + std::to_string(compression) + ".tif", [&](const std::string& p) {
+        TIFF* tif = TIFFOpen(p.c_str(), "w");
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, kSide);
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, kSide);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 3);
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+        TIFFSetField(tif, TIFFTAG_COMPRESSION, static_cast<uint16_t>(compression));
+        if (compression != COMPRESSION_NONE) TIFFSetField(tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 16);
+        std::vector<uint8_t> row(size_t{kSide} * 3);
+        uint32_t noise = 12345;
+        for (uint32_t y = 0; y < kSide; ++y) {
+            for (uint32_t x = 0; x < kSide; ++x) {
+                noise = noise * 1103515245u + 12345u;
+                const auto n = static_cast<uint8_t>((noise >> 16) & 15);
+                uint8_t* px = row.data() + size_t{x} * 3;
+                px[0] = static_cast<uint8_t>(x / 16 + n);
+                px[1] = static_cast<uint8_t>(y / 16 + n);
+                px[2] = static_cast<uint8_t>((x + y) / 32 + n);
+            }
+            TIFFWriteScanline(tif, row.data(), y, 0);
+        }
+        TIFFClose(tif);
+    });
+}
+
+// 30000 x 30000 RGB in 256 x 256 Deflate tiles with predictor: a flat colour with slow
+// gradients, a few MB on disk.
+const std::string& HugeTiledFile() {
+    return Cached("tqv_rd_rgb30000_tiled.tif", [](const std::string& p) {
+        TIFF* tif = TIFFOpen(p.c_str(), "w8");
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, kHugeSide);
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, kHugeSide);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 3);
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+        TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
+        TIFFSetField(tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+        TIFFSetField(tif, TIFFTAG_TILEWIDTH, kHugeTile);
+        TIFFSetField(tif, TIFFTAG_TILELENGTH, kHugeTile);
+        std::vector<uint8_t> tile(size_t{kHugeTile} * kHugeTile * 3);
+        for (uint32_t ty = 0; ty < kHugeSide; ty += kHugeTile) {
+            for (uint32_t tx = 0; tx < kHugeSide; tx += kHugeTile) {
+                for (uint32_t j = 0; j < kHugeTile; ++j) {
+                    for (uint32_t i = 0; i < kHugeTile; ++i) {
+                        const uint32_t x = tx + i, y = ty + j;
+                        uint8_t* px = tile.data() + (size_t{j} * kHugeTile + i) * 3;
+                        px[0] = 200;
+                        px[1] = static_cast<uint8_t>(60 + y / 200);
+                        px[2] = static_cast<uint8_t>(x * 255u / kHugeSide);
+                    }
+                }
+                TIFFWriteTile(tif, tile.data(), tx, ty, 0, 0);
+            }
+        }
+        TIFFClose(tif);
+    });
+}
+
+// A 5 x 7 glyph picked by `code`: rows of 5 bits from a hash, never blank.
+uint32_t GlyphRow(uint32_t code, uint32_t row) {
+    uint32_t h = (code * 2654435761u) ^ (row * 40503u);
+    h ^= h >> 13;
+    h *= 0x5bd1e995u;
+    h ^= h >> 15;
+    return (h & 31u) | (row == 3 ? 0x11u : 0u);
+}
+
+// An 8192 x 8192 page of "text": lines of 5 x 7 glyphs drawn 3 times their size, ragged line
+// ends, words, margins, rules every 50 lines and a frame. 1 bit, MinIsWhite (1 is black).
+void MakePage(const std::string& p, uint16_t compression) {
+    TIFF* tif = TIFFOpen(p.c_str(), "w");
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, kPageSide);
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, kPageSide);
+    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 1);
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, compression);
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tif, 0));
+    constexpr uint32_t kMargin = 320, kCell = 16, kLine = 40;
+    constexpr uint32_t kCells = (kPageSide - 2 * kMargin) / kCell;
+    std::vector<uint8_t> row(kPageSide / 8);
+    auto set = [&](uint32_t x) { row[x >> 3] |= static_cast<uint8_t>(0x80u >> (x & 7)); };
+    for (uint32_t y = 0; y < kPageSide; ++y) {
+        std::fill(row.begin(), row.end(), 0);
+        const uint32_t line = y / kLine, oy = y % kLine;
+        const bool frame = y >= 200 && y < kPageSide - 200;
+        if (frame) {
+            for (uint32_t x = 200; x < 204; ++x) set(x), set(kPageSide - 1 - x);
+        }
+        if ((y >= 200 && y < 204) || (y >= kPageSide - 204 && y < kPageSide - 200)) {
+            for (uint32_t x = 200; x < kPageSide - 200; ++x) set(x);
+        } else if (line % 50 == 49 && oy >= 18 && oy < 20) {
+            for (uint32_t x = kMargin; x < kPageSide - kMargin; ++x) set(x);
+        } else if (frame && line % 50 != 49 && oy >= 8 && oy < 29) {
+            const uint32_t gy = (oy - 8) / 3;
+            const uint32_t length = kCells - (line * 7919u) % 40u;
+            for (uint32_t c = 0; c < length; ++c) {
+                const uint32_t code = line * 1000003u + c * 7u;
+                if ((code * 2246822519u) >> 29 == 0) continue;  // a space between words
+                const uint32_t bits = GlyphRow(code % 96u, gy);
+                for (uint32_t gx = 0; gx < 5; ++gx) {
+                    if ((bits >> (4 - gx)) & 1u) {
+                        const uint32_t x = kMargin + c * kCell + gx * 3;
+                        set(x), set(x + 1), set(x + 2);
+                    }
+                }
+            }
+        }
+        TIFFWriteScanline(tif, row.data(), y, 0);
+    }
+    TIFFClose(tif);
+}
+
+const std::string& PageFile(int64_t compression) {
+    return Cached("tqv_rd_page8192_" + std::to_string(compression) + ".tif",
+                  [&](const std::string& p) { MakePage(p, static_cast<uint16_t>(compression)); });
+}
+
+// 4096 x 4096 grey of 8 or 16 bits: gradients with noise over the whole range, uncompressed,
+// 16 rows a strip.
+const std::string& GreyFile(int64_t bits) {
+    return Cached("tqv_rd_grey4096_" + std::to_string(bits) + ".tif", [&](const std::string& p) {
+        TIFF* tif = TIFFOpen(p.c_str(), "w");
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, kSide);
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, kSide);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, static_cast<uint16_t>(bits));
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+        TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 16);
+        std::vector<uint8_t> row(size_t{kSide} * static_cast<size_t>(bits / 8));
+        uint32_t noise = 777;
+        for (uint32_t y = 0; y < kSide; ++y) {
+            for (uint32_t x = 0; x < kSide; ++x) {
+                noise = noise * 1103515245u + 12345u;
+                const uint32_t v = (x * 8u + y * 8u + ((noise >> 16) & 255u)) & 0xFFFFu;
+                if (bits == 8) {
+                    row[x] = static_cast<uint8_t>(v >> 8);
+                } else {
+                    const auto s = static_cast<uint16_t>(v);
+                    std::memcpy(row.data() + size_t{x} * 2, &s, 2);
+                }
+            }
+            TIFFWriteScanline(tif, row.data(), y, 0);
+        }
+        TIFFClose(tif);
+    });
+}
+
+std::string CompressionName(int64_t c) {
+    switch (c) {
+        case COMPRESSION_NONE:
+            return "none";
+        case COMPRESSION_LZW:
+            return "LZW + predictor";
+        case COMPRESSION_CCITTFAX4:
+            return "G4";
+        default:
+            return "?";
+    }
+}
+
+// ---- RGBA memory blocks ----------------------------------------------------------------------
+
+bool HasBlock(const Value& v) {
+    return v.kind == TypeKind::MemoryBlock && v.handle;
+}
+
+void ReadRGBMemory(benchmark::State& state) {
+    Session session;
+    const std::string& path = RgbFile(state.range(0));
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        session.Call(kOpen, {FolderItemArg(path)});
+        if (!HasBlock(session.Call(kReadRGBMemory, {StringArg("", true)}))) state.SkipWithError("no block");
+        session.Call("Close");
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    state.SetLabel("ReadRGB memoryblock|4096x4096 RGB " + CompressionName(state.range(0)) + "|1.05");
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(int64_t{kSide} * kSide * state.iterations());
+}
+BENCHMARK(ReadRGBMemory)
+    ->ArgName("compression")
+    ->Arg(COMPRESSION_NONE)
+    ->Arg(COMPRESSION_LZW)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime();
+
+void ReadRGBMemory_Floor(benchmark::State& state) {
+    const std::string& path = RgbFile(state.range(0));
+    TIFFSetWarningHandler(nullptr);
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        TIFF* tif = TIFFOpen(path.c_str(), "r");
+        char message[1024] = {};
+        TIFFRGBAImage image{};
+        if (tif == nullptr || !TIFFRGBAImageBegin(&image, tif, 0, message)) {
+            state.SkipWithError("begin failed");
+            break;
+        }
+        auto* raster = static_cast<uint32_t*>(_TIFFmalloc(tmsize_t{image.width} * image.height * 4));
+        if (!TIFFRGBAImageGet(&image, raster, image.width, image.height)) state.SkipWithError("get failed");
+        benchmark::DoNotOptimize(raster);
+        TIFFRGBAImageEnd(&image);
+        _TIFFfree(raster);
+        TIFFClose(tif);
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(int64_t{kSide} * kSide * state.iterations());
+}
+BENCHMARK(ReadRGBMemory_Floor)
+    ->ArgName("compression")
+    ->Arg(COMPRESSION_NONE)
+    ->Arg(COMPRESSION_LZW)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime();
+
+// Argument 0 of the step rows: the image (0 huge tiled, else the 4096 file's compression).
+const std::string& StepFile(int64_t which) {
+    return which == 0 ? HugeTiledFile() : RgbFile(which);
+}
+
+std::string StepImageName(int64_t which) {
+    return which == 0 ? "30000x30000 RGB Deflate tiles 256" : "4096x4096 RGB " + CompressionName(which);
+}
+
+void ReadRGBMemorySteps(benchmark::State& state) {
+    Session session;
+    const std::string& path = StepFile(state.range(0));
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        session.Call(kOpen, {FolderItemArg(path)});
+        if (!session.Call(kBegin, {StringArg("", true)}).b) {
+            state.SkipWithError("begin failed");
+            break;
+        }
+        const int64_t side = state.range(0) == 0 ? kHugeSide : kSide;
+        for (int64_t y = 0; y < side; y += kStepSide) {
+            for (int64_t x = 0; x < side; x += kStepSide) {
+                const Value block = session.Call(
+                    kStep, {IntegerArg(x), IntegerArg(y), IntegerArg(std::min<int64_t>(kStepSide, side - x)),
+                            IntegerArg(std::min<int64_t>(kStepSide, side - y))});
+                if (!HasBlock(block)) state.SkipWithError("no block");
+            }
+        }
+        session.Call(kEnd);
+        session.Call("Close");
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    const char* target = "1.05";
+    state.SetLabel("ReadRGBMemoryStep 1024|" + StepImageName(state.range(0)) + "|" + target);
+    SetPeakMemoryCounter(state, peak);
+    const int64_t side = state.range(0) == 0 ? kHugeSide : kSide;
+    state.SetItemsProcessed(side * side * state.iterations());
+}
+BENCHMARK(ReadRGBMemorySteps)
+    ->ArgName("image")
+    ->Arg(COMPRESSION_NONE)
+    ->Arg(COMPRESSION_LZW)
+    ->Arg(0)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime();
+
+void ReadRGBMemorySteps_Floor(benchmark::State& state) {
+    const std::string& path = StepFile(state.range(0));
+    TIFFSetWarningHandler(nullptr);
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        TIFF* tif = TIFFOpen(path.c_str(), "r");
+        char message[1024] = {};
+        TIFFRGBAImage image{};
+        if (tif == nullptr || !TIFFRGBAImageBegin(&image, tif, 0, message)) {
+            state.SkipWithError("begin failed");
+            break;
+        }
+        const int64_t side = state.range(0) == 0 ? kHugeSide : kSide;
+        for (int64_t y = 0; y < side; y += kStepSide) {
+            for (int64_t x = 0; x < side; x += kStepSide) {
+                const auto w = static_cast<uint32_t>(std::min<int64_t>(kStepSide, side - x));
+                const auto h = static_cast<uint32_t>(std::min<int64_t>(kStepSide, side - y));
+                auto* raster = static_cast<uint32_t*>(_TIFFmalloc(tmsize_t{w} * h * 4));
+                image.row_offset = static_cast<int>(y);
+                image.col_offset = static_cast<int>(x);
+                if (!TIFFRGBAImageGet(&image, raster, w, h)) state.SkipWithError("get failed");
+                benchmark::DoNotOptimize(raster);
+                _TIFFfree(raster);
+            }
+        }
+        TIFFRGBAImageEnd(&image);
+        TIFFClose(tif);
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    SetPeakMemoryCounter(state, peak);
+    const int64_t side = state.range(0) == 0 ? kHugeSide : kSide;
+    state.SetItemsProcessed(side * side * state.iterations());
+}
+BENCHMARK(ReadRGBMemorySteps_Floor)
+    ->ArgName("image")
+    ->Arg(COMPRESSION_NONE)
+    ->Arg(COMPRESSION_LZW)
+    ->Arg(0)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime();
+
+// ---- Scanline importers ----------------------------------------------------------------------
+
+// The floor of both scanline importers: every row through TIFFReadScanline into one buffer.
+bool ReadAllScanlines(const std::string& path) {
+    TIFF* tif = TIFFOpen(path.c_str(), "r");
+    if (tif == nullptr) return false;
+    uint32_t length = 0;
+    TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &length);
+    auto* row = static_cast<uint8_t*>(_TIFFmalloc(TIFFScanlineSize(tif)));
+    bool ok = row != nullptr;
+    for (uint32_t y = 0; ok && y < length; ++y) ok = TIFFReadScanline(tif, row, y, 0) == 1;
+    benchmark::DoNotOptimize(row);
+    _TIFFfree(row);
+    TIFFClose(tif);
+    return ok;
+}
+
+void ScanlineFloor(benchmark::State& state, const std::string& path, int64_t side) {
+    TIFFSetWarningHandler(nullptr);
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        if (!ReadAllScanlines(path)) state.SkipWithError("read failed");
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(side * side * state.iterations());
+}
+
+void ReadBilevel(benchmark::State& state, const char* declaration, const char* operation) {
+    Session session;
+    const std::string& path = PageFile(state.range(0));
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        session.Call(kOpen, {FolderItemArg(path)});
+        if (!session.Call(declaration).b) state.SkipWithError("read failed");
+        session.Call("Close");
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    state.SetLabel(std::string(operation) + "|8192x8192 bilevel text " + CompressionName(state.range(0)) +
+                   "|1.2");
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(int64_t{kPageSide} * kPageSide * state.iterations());
+}
+
+void ReadBW8192(benchmark::State& state) {
+    ReadBilevel(state, "ReadBW as boolean", "ReadBW");
+}
+void ReadBW8192_Floor(benchmark::State& state) {
+    ScanlineFloor(state, PageFile(state.range(0)), kPageSide);
+}
+void ReadPreviewBW8192(benchmark::State& state) {
+    ReadBilevel(state, "ReadPreviewBW as boolean", "ReadPreviewBW");
+}
+void ReadPreviewBW8192_Floor(benchmark::State& state) {
+    ScanlineFloor(state, PageFile(state.range(0)), kPageSide);
+}
+
+void BilevelFiles(benchmark::internal::Benchmark* b) {
+    b->ArgName("compression")->Arg(COMPRESSION_NONE)->Arg(COMPRESSION_CCITTFAX4);
+    b->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+}
+BENCHMARK(ReadBW8192)->Apply(BilevelFiles);
+BENCHMARK(ReadBW8192_Floor)->Apply(BilevelFiles);
+BENCHMARK(ReadPreviewBW8192)->Apply(BilevelFiles);
+BENCHMARK(ReadPreviewBW8192_Floor)->Apply(BilevelFiles);
+
+// A full table for `bits`-bit samples: a false-colour ramp, every entry distinct enough that the
+// loop cannot skip work.
+Value FullTable(int64_t bits) {
+    Value table;
+    table.kind = TypeKind::Color;
+    const int32_t entries = bits == 8 ? 256 : 65536;
+    table.array.resize(static_cast<size_t>(entries));
+    for (int32_t i = 0; i < entries; ++i) {
+        const uint32_t v = static_cast<uint32_t>(i) * 65536u / static_cast<uint32_t>(entries);
+        table.array[static_cast<size_t>(i)] =
+            static_cast<int32_t>(((v >> 8) << 16) | (((v >> 4) & 0xFFu) << 8) | ((255u - (v >> 8)) & 0xFFu));
+    }
+    return table;
+}
+
+void ReadWithLUT4096(benchmark::State& state) {
+    Session session;
+    const std::string& path = GreyFile(state.range(0));
+    const Arg table{FullTable(state.range(0)), false};
+    double peak = 0;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        session.Call(kOpen, {FolderItemArg(path)});
+        if (!session.Call("ReadWithLUT(ColorLookupTable() as color) as boolean", {table}).b)
+            state.SkipWithError("read failed");
+        session.Call("Close");
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    state.SetLabel("ReadWithLUT|4096x4096 grey " + std::to_string(state.range(0)) + "-bit, " +
+                   (state.range(0) == 8 ? "256" : "65536") + " colours|1.2");
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(int64_t{kSide} * kSide * state.iterations());
+}
+void ReadWithLUT4096_Floor(benchmark::State& state) {
+    ScanlineFloor(state, GreyFile(state.range(0)), kSide);
+}
+void GreyFiles(benchmark::internal::Benchmark* b) {
+    b->ArgName("bits")->Arg(8)->Arg(16);
+    b->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+}
+BENCHMARK(ReadWithLUT4096)->Apply(GreyFiles);
+BENCHMARK(ReadWithLUT4096_Floor)->Apply(GreyFiles);
+
+}  // namespace
+}  // namespace tqvbench

@@ -5,6 +5,9 @@
  *                                two hand-assembled files libtiff refuses to write)
  *   pipe_images rgba FILE OUT    TIFFReadRGBAImage of FILE (bottom row first) as raw R, G, B, A
  *                                bytes into OUT; prints "WIDTH HEIGHT"
+ *   pipe_images rgba FILE OUT ROW ROWS
+ *                                the same for the full-width band of ROWS rows from ROW, through
+ *                                TIFFRGBAImageGet with row_offset (exit status 2 when libtiff fails)
  *   pipe_images dump FILE        the tags of FILE's first image and its scanlines as libtiff
  *                                reads them
  *
@@ -328,14 +331,29 @@ static void make_mirror(const char* dir) {
 
 /* ---- rgba and dump ------------------------------------------------------------------------ */
 
-static int rgba(const char* file, const char* out) {
+static int rgba(const char* file, const char* out, int band, uint32_t row, uint32_t rows) {
     TIFF* t = TIFFOpen(file, "r");
     if (!t) return 2;
     uint32_t w = 0, h = 0;
     TIFFGetField(t, TIFFTAG_IMAGEWIDTH, &w);
     TIFFGetField(t, TIFFTAG_IMAGELENGTH, &h);
+    if (band) {
+        if (rows == 0 || row >= h || rows > h - row || w == 0) return 2;
+        h = rows;
+    }
     uint32_t* raster = _TIFFmalloc((tmsize_t)w * h * 4);
-    if (!raster || !TIFFReadRGBAImage(t, w, h, raster, 0)) return 2;
+    if (!raster) return 2;
+    if (band) {
+        TIFFRGBAImage image;
+        char message[1024];
+        if (!TIFFRGBAImageBegin(&image, t, 0, message)) return 2;
+        image.row_offset = (int)row;
+        const int got = TIFFRGBAImageGet(&image, raster, w, h);
+        TIFFRGBAImageEnd(&image);
+        if (!got) return 2;
+    } else if (!TIFFReadRGBAImage(t, w, h, raster, 0)) {
+        return 2;
+    }
     FILE* f = fopen(out, "wb");
     if (!f || fwrite(raster, 4, (size_t)w * h, f) != (size_t)w * h || fclose(f) != 0) return 2;
     printf("%u %u\n", w, h);
@@ -398,8 +416,10 @@ int main(int argc, char** argv) {
         make_mirror(argv[2]);
         return 0;
     }
-    if (argc == 4 && strcmp(argv[1], "rgba") == 0) return rgba(argv[2], argv[3]);
+    if (argc == 4 && strcmp(argv[1], "rgba") == 0) return rgba(argv[2], argv[3], 0, 0, 0);
+    if (argc == 6 && strcmp(argv[1], "rgba") == 0)
+        return rgba(argv[2], argv[3], 1, (uint32_t)strtoul(argv[4], NULL, 10), (uint32_t)strtoul(argv[5], NULL, 10));
     if (argc == 3 && strcmp(argv[1], "dump") == 0) return dump(argv[2]);
-    fprintf(stderr, "usage: pipe_images make DIR | rgba FILE OUT | dump FILE\n");
+    fprintf(stderr, "usage: pipe_images make DIR | rgba FILE OUT [ROW ROWS] | dump FILE\n");
     return 2;
 }
