@@ -178,8 +178,8 @@ std::string ImageName(const Write& w) {
 
 // Per process, so that runs side by side do not write into one file; removed after each row.
 std::string FileName(const Write& w, const char* side) {
-    return ScratchPath("tqv_bench_write_" + std::to_string(getpid()) + "_" + std::to_string(int(w.kind)) + "_" +
-                       std::to_string(w.compression) + "_" + side + ".tif");
+    return ScratchPath("tqv_bench_write_" + std::to_string(getpid()) + "_" + std::to_string(int(w.kind)) +
+                       "_" + std::to_string(w.compression) + "_" + side + ".tif");
 }
 
 // One write through the plugin, as a host program makes it.
@@ -289,7 +289,9 @@ void SetTags(TIFF* tif, const Write& w) {
         case Kind::Bilevel:
             TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
             TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE,
-                         w.kind == Kind::Bilevel ? 1 : w.kind == Kind::Grey16 ? 16 : 8);
+                         w.kind == Kind::Bilevel  ? 1
+                         : w.kind == Kind::Grey16 ? 16
+                                                  : 8);
             TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
             break;
     }

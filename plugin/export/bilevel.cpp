@@ -3,10 +3,13 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "bridge/memory.h"
 #include "export/export_common.h"
+#include "export/pixel_words.h"
 #include "picture/picture_editor.h"
 #include "session/messages.h"
 #include "session/tiff_data.h"
@@ -17,14 +20,61 @@ namespace {
 // The sum of the three channels at which a pixel counts as white.
 constexpr int kWhiteSum = 128;
 
-// Bits are or-ed into a zeroed row: first pixel in bit 7 of byte 0.
+// Pixels are judged a chunk at a time into one byte each (0 or 1), then packed eight to a byte.
+constexpr int32_t kChunk = 64;
+
+// 1 for a pixel that becomes a 1 bit. 4-byte layouts are read a word a pixel so that the loop
+// vectorises.
+template <int R, int G, int B, int Advance, bool WhiteIsOne>
+void JudgePixels(uint8_t* ones, const uint8_t* in, int32_t count) {
+    for (int32_t x = 0; x < count; ++x) {
+        uint32_t sum;
+        if constexpr (Advance == 4) {
+            const uint32_t pixel = LoadWord(in + ptrdiff_t{x} * 4);
+            sum = ByteOf<R>(pixel) + ByteOf<G>(pixel) + ByteOf<B>(pixel);
+        } else {
+            const uint8_t* p = in + ptrdiff_t{x} * Advance;
+            sum = uint32_t{p[R]} + p[G] + p[B];
+        }
+        ones[x] = (sum >= kWhiteSum) == WhiteIsOne ? 1 : 0;
+    }
+}
+
+// Eight 0-or-1 bytes into one byte, the first in bit 7. On little-endian machines one multiply
+// moves byte k's bit to bit 63 - k with no two partial products meeting (no carries).
+inline uint8_t PackEight(const uint8_t* ones) {
+    if constexpr (kLittleEndian) {
+        uint64_t bytes;
+        std::memcpy(&bytes, ones, sizeof bytes);
+        return static_cast<uint8_t>((bytes * 0x8040201008040201u) >> 56);
+    } else {
+        unsigned packed = 0;
+        for (int k = 0; k < 8; ++k) packed |= unsigned{ones[k]} << (7 - k);
+        return static_cast<uint8_t>(packed);
+    }
+}
+
+// Up to one chunk of pixels or-ed into zeroed bytes, the first pixel in bit 7 of the first byte;
+// the bits past the last pixel stay 0.
+template <int R, int G, int B, int Advance, bool WhiteIsOne>
+void PackChunk(uint8_t* out, const uint8_t* in, int32_t count) {
+    alignas(16) uint8_t ones[kChunk];
+    JudgePixels<R, G, B, Advance, WhiteIsOne>(ones, in, count);
+    const int32_t bytes = (count + 7) / 8;
+    std::fill(ones + count, ones + bytes * 8, uint8_t{0});
+    for (int32_t i = 0; i < bytes; ++i) out[i] |= PackEight(ones + i * 8);
+}
+
+// Whole chunks first, so that their loops have a fixed count; then the rest of the row.
 template <int R, int G, int B, int Advance, bool WhiteIsOne>
 void PackRow(uint8_t* out, const uint8_t* in, int32_t count) {
-    for (int32_t x = 0; x < count; ++x) {
-        const uint8_t* p = in + x * Advance;
-        const bool white = p[R] + p[G] + p[B] >= kWhiteSum;
-        out[x >> 3] |= static_cast<uint8_t>((white == WhiteIsOne ? 1u : 0u) << (7 - (x & 7)));
-    }
+    const int32_t whole = count / kChunk;
+    for (int32_t c = 0; c < whole; ++c)
+        PackChunk<R, G, B, Advance, WhiteIsOne>(out + c * (kChunk / 8), in + ptrdiff_t{c} * kChunk * Advance,
+                                                kChunk);
+    if (count > whole * kChunk)
+        PackChunk<R, G, B, Advance, WhiteIsOne>(
+            out + whole * (kChunk / 8), in + ptrdiff_t{whole} * kChunk * Advance, count - whole * kChunk);
 }
 
 // A layout this system does not know reads as black.

@@ -2,9 +2,12 @@
 
 #include <tiffio.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "bridge/memory.h"
+#include "export/pixel_words.h"
 #include "picture/picture_editor.h"
 #include "session/messages.h"
 #include "session/tiff_data.h"
@@ -122,7 +125,7 @@ bool ApplyTags(TIFF* tiff, const TagRow (&rows)[N], const ImageShape& shape) {
 
 using RowConverter = void (*)(uint8_t* out, const uint8_t* in, int32_t count);
 
-// Colour pixels into R, G, B at a stride of 3 (opaque) or 4 (alpha follows).
+// Colour pixels into R, G, B at a stride of 3 (opaque) or 4 (alpha follows, written later).
 template <int R, int G, int B, int Advance, int Stride>
 void ColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
     for (int32_t x = 0; x < count; ++x) {
@@ -132,10 +135,47 @@ void ColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
     }
 }
 
+// 4-byte pixels into R, G, B: four pixels at a time as one 64-bit and one 32-bit store on
+// little-endian machines, the rest (and other machines) byte by byte.
+template <int R, int G, int B>
+void PackedColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
+    int32_t x = 0;
+    if constexpr (kLittleEndian) {
+        for (; x + 4 <= count; x += 4) {
+            const uint8_t* p = in + ptrdiff_t{x} * 4;
+            const uint64_t a = RgbWord<R, G, B>(LoadWord(p)), b = RgbWord<R, G, B>(LoadWord(p + 4));
+            const uint64_t c = RgbWord<R, G, B>(LoadWord(p + 8)), d = RgbWord<R, G, B>(LoadWord(p + 12));
+            const uint64_t first = a | b << 24 | c << 48;               // R0 G0 B0 R1 G1 B1 R2 G2
+            const auto rest = static_cast<uint32_t>(c >> 16 | d << 8);  // B2 R3 G3 B3
+            std::memcpy(out + ptrdiff_t{x} * 3, &first, sizeof first);
+            std::memcpy(out + ptrdiff_t{x} * 3 + 8, &rest, sizeof rest);
+        }
+    }
+    ColourRow<R, G, B, 4, 3>(out + ptrdiff_t{x} * 3, in + ptrdiff_t{x} * 4, count - x);
+}
+
+// 4-byte pixels into R, G, B and a zero alpha byte, one word a pixel.
+template <int R, int G, int B>
+void WordColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
+    for (int32_t x = 0; x < count; ++x)
+        StoreWord(out + ptrdiff_t{x} * 4, RgbWord<R, G, B>(LoadWord(in + ptrdiff_t{x} * 4)));
+}
+
 // The mask's red byte as alpha, unchanged.
 template <int Red, int Advance>
 void AlphaRow(uint8_t* out, const uint8_t* in, int32_t count) {
     for (int32_t x = 0; x < count; ++x) out[x * 4 + 3] = in[x * Advance + Red];
+}
+
+// The same for a 4-byte mask layout, merged into the colour words already in the row.
+template <int Red>
+void WordAlphaRow(uint8_t* out, const uint8_t* in, int32_t count) {
+    constexpr uint32_t kColour = ~(uint32_t{0xFF} << ByteShift(3));
+    for (int32_t x = 0; x < count; ++x) {
+        uint8_t* q = out + ptrdiff_t{x} * 4;
+        const uint32_t alpha = ByteOf<Red>(LoadWord(in + ptrdiff_t{x} * 4)) << ByteShift(3);
+        StoreWord(q, (LoadWord(q) & kColour) | alpha);
+    }
 }
 
 // A layout this system does not know reads as black (and transparent).
@@ -153,9 +193,9 @@ struct ConverterRow {
 };
 
 constexpr ConverterRow kConverters[] = {
-    {kPixelTypeBGRX, ColourRow<2, 1, 0, 4, 3>, ColourRow<2, 1, 0, 4, 4>, AlphaRow<2, 4>},
+    {kPixelTypeBGRX, PackedColourRow<2, 1, 0>, WordColourRow<2, 1, 0>, WordAlphaRow<2>},
     {kPixelTypeRGB, ColourRow<0, 1, 2, 3, 3>, ColourRow<0, 1, 2, 3, 4>, AlphaRow<0, 3>},
-    {kPixelTypeXRGB, ColourRow<1, 2, 3, 4, 3>, ColourRow<1, 2, 3, 4, 4>, AlphaRow<1, 4>},
+    {kPixelTypeXRGB, PackedColourRow<1, 2, 3>, WordColourRow<1, 2, 3>, WordAlphaRow<1>},
 };
 constexpr ConverterRow kUnknownLayout = {0, ZeroColourRow<3>, ZeroColourRow<4>, ZeroAlphaRow};
 

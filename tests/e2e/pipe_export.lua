@@ -58,6 +58,43 @@ T.group("WriteBW", function()
     T.eq(info.xres, 72); T.eq(info.yres, 72); T.eq(info.unit, 2)
     expect_rows(info, WHITE_IS_ONE, "min-is-black")
   end)
+  T.test("rows of 150 pixels: every pixel's bit in place across wide rows, in both senses", function()
+    -- Pixels on both sides of the threshold, in a pattern that repeats every 11 pixels so that
+    -- no two runs of 8 or 64 pixels look alike.
+    local SHADES = { K, W, DARK, LIGHT, { 128, 0, 0 }, { 0, 0, 127 }, { 40, 40, 48 }, { 255, 0, 0 } }
+    local function shade(x, y) return SHADES[(x * 7 + y * 3 + (x // 11)) % #SHADES + 1] end
+    local rows = {}
+    for y = 1, 3 do
+      rows[y] = {}
+      for x = 1, 150 do rows[y][x] = shade(x - 1, y - 1) end
+    end
+    local function expected(white_bit)
+      local out = {}
+      for y = 1, 3 do
+        out[y] = {}
+        for i = 0, 18 do
+          local byte = 0
+          for k = 0, 7 do
+            local c = rows[y][i * 8 + k + 1]
+            local white = c ~= nil and c[1] + c[2] + c[3] >= 128
+            if c ~= nil and white == (white_bit == 1) then byte = byte | (0x80 >> k) end
+          end
+          out[y][i + 1] = byte
+        end
+      end
+      return out
+    end
+    for _, case in ipairs({ { 1, 1 }, { 0, 0 } }) do
+      local photometric, white_bit = case[1], case[2]
+      local t, path = create(function(t) t.Photometric = photometric end)
+      t.Pict = picture(rows)
+      T.eq(t:WriteBW(), true)
+      t:Close()
+      local info = P.dump(path)
+      T.eq(info.width, 150)
+      expect_rows(info, expected(white_bit), "photometric " .. photometric)
+    end
+  end)
   T.test("min-is-white set by the caller: black pixels are the 1 bits", function()
     local t, path = create(function(t) t.Photometric = 0 end)
     t.Pict = picture(BW)
