@@ -40,11 +40,15 @@ uint8_t expand5(unsigned v) {
 void PixelBytes::assign(size_t size, uint8_t) {
     bytes_.reset(static_cast<uint8_t*>(std::calloc(size > 0 ? size : 1, 1)));
     if (!bytes_) throw std::bad_alloc();
+    adviseHugePages(bytes_.get(), size);
+}
+
+void adviseHugePages(void* block, size_t size) {
     constexpr size_t kPage = 4096, kHugePage = size_t{2} << 20;
-    if (size < kHugePage) return;
-    const auto start = (reinterpret_cast<uintptr_t>(bytes_.get()) + kPage - 1) & ~(kPage - 1);
-    const auto end = (reinterpret_cast<uintptr_t>(bytes_.get()) + size) & ~(kPage - 1);
-    if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);  // a hint only
+    if (block == nullptr || size < kHugePage) return;
+    const auto start = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~(kPage - 1);
+    const auto end = (reinterpret_cast<uintptr_t>(block) + size) & ~(kPage - 1);
+    if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
 }
 
 PictureHandle::PictureHandle(int32_t width, int32_t height, int32_t depth, PictureBackend backend)
@@ -127,6 +131,16 @@ void PictureHandle::setPixel(int32_t x, int32_t y, uint32_t rgb) {
             p[0] = static_cast<uint8_t>((r * 77 + g * 150 + b * 29) >> 8);
             break;
     }
+}
+
+bool PictureHandle::copyBlock(const PictureHandle& source, int32_t x, int32_t y, int32_t sx, int32_t sy,
+                              int32_t w, int32_t h) {
+    if (source.backend_ != backend_ || source.depth_ != depth_ || !bytes_.data() || !source.bytes_.data())
+        return false;
+    const size_t span = static_cast<size_t>(w) * static_cast<size_t>(depth_ / 8);
+    for (int32_t row = 0; row < h; ++row)
+        std::memmove(pixelAddress(x, y + row), source.pixelAddress(sx, sy + row), span);
+    return true;
 }
 
 void PictureHandle::describe(REALpictureDescription* out) {

@@ -1,4 +1,5 @@
 // Graphics objects, drawing, and the integer properties the plugin reads by name.
+#include <algorithm>
 #include <cstring>
 
 #include "services.h"
@@ -27,6 +28,26 @@ void GraphicsDrawPicture(REALgraphics g, REALpicture image, int32_t x, int32_t y
     });
 }
 
+// An unscaled draw between two pictures that store pixels alike (a mask drawn into a picture's
+// own mask, the common case) is a block copy, clipped to both pictures. False, with nothing
+// drawn, when it is not; the pixel loop then draws.
+bool unscaledCopy(PictureHandle* destination, PictureHandle* source, int32_t x, int32_t y, int32_t w,
+                  int32_t h, int32_t sx, int32_t sy) {
+    if (destination == source) return false;  // keeps the pixel loop's order for overlapping draws
+    // Clip in 64 bits: the offsets come from the host program and may be anything.
+    int64_t left = std::max<int64_t>({0, -int64_t{x}, -int64_t{sx}});
+    int64_t top = std::max<int64_t>({0, -int64_t{y}, -int64_t{sy}});
+    int64_t right = std::min<int64_t>({int64_t{w}, int64_t{destination->width()} - x,
+                                       int64_t{source->width()} - sx});
+    int64_t bottom = std::min<int64_t>({int64_t{h}, int64_t{destination->height()} - y,
+                                        int64_t{source->height()} - sy});
+    if (right <= left || bottom <= top) return true;
+    const auto dx = static_cast<int32_t>(x + left), dy = static_cast<int32_t>(y + top);
+    const auto fx = static_cast<int32_t>(sx + left), fy = static_cast<int32_t>(sy + top);
+    const auto cw = static_cast<int32_t>(right - left), ch = static_cast<int32_t>(bottom - top);
+    return destination->copyBlock(*source, dx, dy, fx, fy, cw, ch);
+}
+
 }  // namespace
 
 void drawPicture(PictureHandle* destination, PictureHandle* source, int32_t x, int32_t y, int32_t w,
@@ -34,6 +55,7 @@ void drawPicture(PictureHandle* destination, PictureHandle* source, int32_t x, i
     if (sw == kToEdge) sw = source->width() - sx;
     if (sh == kToEdge) sh = source->height() - sy;
     if (w <= 0 || h <= 0 || sw <= 0 || sh <= 0 || source->dead() || destination->dead()) return;
+    if (w == sw && h == sh && unscaledCopy(destination, source, x, y, w, h, sx, sy)) return;
     for (int32_t dy = 0; dy < h; ++dy) {
         int64_t ty = int64_t{y} + dy;
         int64_t fy = sy + int64_t{dy} * sh / h;

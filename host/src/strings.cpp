@@ -171,13 +171,21 @@ bool PluginGetStringData(REALstring s, uint32_t encoding, REALstringData* out) {
         auto* h = asString(s, "PluginGetStringData");
         if (!h || !out || injectFailure("string")) return false;
         uint32_t resultEncoding = encoding == kREALTextEncodingUnknown ? h->encoding() : encoding;
-        auto bytes = convertEncoding(h->bytes(), h->encoding(), resultEncoding);
-        if (!bytes) return false;
-        auto* copy = static_cast<char*>(std::malloc(bytes->size() + 4));
+        // Bytes that need no conversion are copied once, straight from the string: the plugin
+        // asks for whole in-memory TIFFs this way.
+        std::optional<std::string> converted;
+        std::string_view bytes = h->bytes();
+        if (resultEncoding != h->encoding()) {
+            converted = convertEncoding(bytes, h->encoding(), resultEncoding);
+            if (!converted) return false;
+            bytes = *converted;
+        }
+        auto* copy = static_cast<char*>(std::malloc(bytes.size() + 4));
         if (!copy) return false;
-        std::memcpy(copy, bytes->data(), bytes->size());
-        std::memset(copy + bytes->size(), 0, 4);
-        *out = REALstringData{copy, static_cast<int32_t>(bytes->size()), resultEncoding};
+        adviseHugePages(copy, bytes.size());
+        std::memcpy(copy, bytes.data(), bytes.size());
+        std::memset(copy + bytes.size(), 0, 4);
+        *out = REALstringData{copy, static_cast<int32_t>(bytes.size()), resultEncoding};
         return true;
     });
 }

@@ -8,6 +8,7 @@
 
 #include "host_test_support.h"
 #include "tqvhost/handles.h"
+#include "tqvhost/picture.h"
 #include "tqvhost/values.h"
 
 namespace tqvhost::test {
@@ -114,6 +115,35 @@ TEST_F(Accounting, PluginCannotReleaseTheHostsLock) {
     ASSERT_EQ(errors.size(), 1u);
     EXPECT_NE(errors[0].find("beyond the locks it holds"), std::string::npos) << errors[0];
     EXPECT_FALSE(item.get()->dead());
+}
+
+// Unscaled draws take a block copy when both pictures store pixels alike; what lands where must
+// not depend on that: clipping at every edge, negative offsets, and a pixel map of another depth.
+TEST_F(Accounting, UnscaledDrawsClipLikeThePixelLoop) {
+    auto pattern = [](int32_t x, int32_t y) { return uint32_t(x * 40 + 7) << 16 | uint32_t(y * 30 + 3) << 8 | 9; };
+    HostRef source(makeHandle<PictureHandle>(5, 4, 32, PictureBackend::PixelRecord));
+    auto* src = source.as<PictureHandle>();
+    for (int32_t y = 0; y < 4; ++y)
+        for (int32_t x = 0; x < 5; ++x) src->setPixel(x, y, pattern(x, y));
+    struct Draw {
+        int32_t x, y, w, h, sx, sy;
+    };
+    for (PictureBackend backend : {PictureBackend::PixelRecord, PictureBackend::PixMap}) {
+        for (Draw d : {Draw{0, 0, 5, 4, 0, 0}, Draw{2, 1, 5, 4, 0, 0}, Draw{-2, -1, 5, 4, 0, 0},
+                       Draw{1, 1, 3, 2, 2, 1}, Draw{0, 0, 9, 9, -1, -2}, Draw{7, 0, 5, 4, 0, 0}}) {
+            HostRef target(makeHandle<PictureHandle>(6, 5, 24, backend));
+            auto* dst = target.as<PictureHandle>();
+            drawPicture(dst, src, d.x, d.y, d.w, d.h, d.sx, d.sy, d.w, d.h);
+            for (int32_t ty = 0; ty < 5; ++ty)
+                for (int32_t tx = 0; tx < 6; ++tx) {
+                    const int32_t fx = tx - d.x + d.sx, fy = ty - d.y + d.sy;
+                    const bool drawn = tx >= d.x && tx < d.x + d.w && ty >= d.y && ty < d.y + d.h && fx >= 0 &&
+                                       fx < 5 && fy >= 0 && fy < 4;
+                    EXPECT_EQ(dst->pixel(tx, ty), drawn ? pattern(fx, fy) : 0u)
+                        << "draw at " << d.x << "," << d.y << " pixel " << tx << "," << ty;
+                }
+        }
+    }
 }
 
 class FileRefs : public HostTest {

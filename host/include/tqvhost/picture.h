@@ -43,6 +43,11 @@ class PictureHandle : public Handle {
     uint32_t pixel(int32_t x, int32_t y) const;  // 0x00RRGGBB; coordinates must be inside
     void setPixel(int32_t x, int32_t y, uint32_t rgb);
     void describe(REALpictureDescription* out);
+    // Copies the w x h block at (sx, sy) of `source` to (x, y) byte for byte when both pictures
+    // store pixels the same way; false (nothing copied) when they do not. The block must lie
+    // inside both pictures.
+    bool copyBlock(const PictureHandle& source, int32_t x, int32_t y, int32_t sx, int32_t sy, int32_t w,
+                   int32_t h);
     HostRef mask;  // the grey mask, held by the picture
     int32_t descriptionLocks = 0;
     int64_t cacheClears = 0;
