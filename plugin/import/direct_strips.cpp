@@ -10,6 +10,8 @@
 #include <memory>
 #include <new>
 
+#include "bridge/handles.h"
+#include "bridge/services.h"
 #include "import/rgba_layouts.h"
 #include "picture/picture_editor.h"
 
@@ -360,12 +362,28 @@ bool Matches(const PictureWriter& writer, int32_t w, int32_t h) {
     return writer.width == w && writer.height == h;
 }
 
-bool MakeTarget(const Layout& layout, Target& target) {
+// The colour picture, then its own mask (made by the host when missing) locked for writing.
+// `unmade` when the host did not make one of them; a mask stored in a way the writer cannot
+// write only declines, and the mask is then drawn into it as usual.
+bool MakeMaskInPict(int32_t w, int32_t h, Target& target, bool* unmade) {
+    const PictureRef made = PictureRef::Steal(REALNewPicture(w, h, 32));
+    const PictureRef ownMask = made ? PictureRef::Steal(REALGetPictureMask(made.get(), true)) : PictureRef();
+    if (!ownMask) return *unmade = true, false;
+    return target.pict.GetPictureEditor(made.get(), false, true) &&
+           target.mask.GetPictureEditor(ownMask.get(), false, true);
+}
+
+bool MakeTarget(const Layout& layout, MaskPlace place, Target& target, bool* unmade) {
     const auto w = static_cast<int32_t>(layout.width);
     const auto h = static_cast<int32_t>(layout.height);
-    // The mask first, as the raster path makes them.
-    target.hasMask = target.mask.NewPictureWriter(w, h);
-    target.hasPict = target.pict.NewPictureWriter(w, h);
+    if (place == MaskPlace::InPict) {
+        if (!MakeMaskInPict(w, h, target, unmade)) return false;
+        target.hasPict = target.hasMask = true;
+    } else {
+        // The mask first, as the raster path makes them.
+        target.hasMask = target.mask.NewPictureWriter(w, h);
+        target.hasPict = target.pict.NewPictureWriter(w, h);
+    }
     if ((target.hasMask && !Matches(target.mask, w, h)) || (target.hasPict && !Matches(target.pict, w, h)))
         return false;
     if (target.hasMask && target.hasPict && target.mask.pixelType != target.pict.pixelType) return false;
@@ -388,16 +406,22 @@ bool DirectPathEnabled() {
     return enabled;
 }
 
-bool ReadDirect(TIFF* tiff, DirectPictures& out) {
+bool ReadDirect(TIFF* tiff, DirectPictures& out, MaskPlace place) {
     if (tiff == nullptr) return false;
     const QuietMessages quiet;
     Layout layout;
     if (!ReadLayout(tiff, layout) || !quiet.Silent()) return false;
     Target target;
-    if (!MakeTarget(layout, target)) return false;
+    if (!MakeTarget(layout, place, target, &out.unmade)) return false;
     const bool decoded =
         TIFFIsTiled(tiff) ? DecodeTiles(tiff, layout, target) : DecodeStrips(tiff, layout, target);
     if (!decoded || !quiet.Silent()) return false;
+    if (place == MaskPlace::InPict) {
+        // The host's cached rendering of the mask is stale now, as after any drawing into it.
+        const PictureRef ownMask = PictureRef::Steal(target.mask.RenderPictureWriter());
+        out.pict = target.pict.RenderPictureWriter();
+        return true;
+    }
     out.mask = target.hasMask ? target.mask.RenderPictureWriter() : nullptr;
     out.pict = target.hasPict ? target.pict.RenderPictureWriter() : nullptr;
     return true;

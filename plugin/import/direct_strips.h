@@ -17,12 +17,21 @@ namespace tqv {
 struct DirectPictures {
     REALpicture mask = nullptr;  // one lock each, for the caller
     REALpicture pict = nullptr;
+    // In the colour picture's own mask: the read was declined because the host could not make
+    // a picture, not because of the image.
+    bool unmade = false;
 };
 
-// True with the pictures made and filled (one the host could not make stays nil, as on the
-// raster path); false with nothing made. Never yields: host code run by a yield could close
+// Where the grey mask goes: a picture of its own, or the colour picture's own mask (for a
+// caller that would attach the one to the other anyway: a third full-size picture and the
+// copy between them are saved).
+enum class MaskPlace { Separate, InPict };
+
+// True with the pictures made and filled; false with nothing made. Separately, a picture the
+// host could not make stays nil, as on the raster path; in the colour picture's own mask, both
+// must be made (`out.mask` stays nil; `out.unmade` tells a failed picture). Never yields: host code run by a yield could close
 // `tiff`.
-bool ReadDirect(TIFF* tiff, DirectPictures& out);
+bool ReadDirect(TIFF* tiff, DirectPictures& out, MaskPlace place = MaskPlace::Separate);
 
 // False when the environment variable TQV_FORCE_RGBA_PATH is set (read once): tests compare the
 // direct read with the raster path through it.

@@ -251,9 +251,20 @@ bool PreviewReadRGB(REALobject object, int32_t reduceFactor) {
     return ReadInto(record, static_cast<uint32_t>(reduceFactor), object);
 }
 
-bool ReadRGBRecord(TiffData* record) {
+bool ReadRGBRecord(TiffData* record, bool* maskAttached) {
     if (record == nullptr) return false;
     ReleaseSlots(record);
+    if (maskAttached != nullptr) {
+        *maskAttached = false;
+        DirectPictures pictures;
+        if (DirectPathEnabled() && ReadDirect(record->tiff, pictures, MaskPlace::InPict)) {
+            Store(record->Pict, pictures.pict);
+            *maskAttached = true;
+            return true;
+        }
+        // The pictures are what failed: the raster path would need even more memory.
+        if (pictures.unmade) return false;
+    }
     return ReadInto(record, 1, nullptr);
 }
 

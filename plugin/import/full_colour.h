@@ -18,8 +18,10 @@ bool ReadRGB(REALobject object);
 // "ReadPreviewRGB(ReduceFactor as integer) as boolean": every f-th pixel of every f-th row,
 // starting at the top-left one; false for a factor below 1.
 bool PreviewReadRGB(REALobject object, int32_t reduceFactor);
-// The full-size read on a bare record: no yields, `current` untouched.
-bool ReadRGBRecord(TiffData* record);
+// The full-size read on a bare record: no yields, `current` untouched. With `maskAttached`,
+// the read may write the mask straight into the colour picture's own mask instead of `Mask`
+// (for a caller that attaches it anyway) and says whether it did; `Mask` then stays nil.
+bool ReadRGBRecord(TiffData* record, bool* maskAttached = nullptr);
 
 // One picture from a filled raster (libtiff's bottom-up RGBA words, width × height), built top
 // row first; yields after each row. Nil when the host cannot make a picture of that size.

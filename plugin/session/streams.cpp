@@ -251,8 +251,11 @@ REALpicture TIFFStringToPictureTQV(REALstring data) {
     } local;
     FillLibraryAddresses(&local.record);
     TiffData* record = &local.record;
-    if (!OpenStringRecord(record, data) || !ReadRGBRecord(record)) return nullptr;
-    if (!AddPictureMask(record->Pict, record->Mask)) return nullptr;
+    // The direct read can fill the picture's own mask as it decodes, which is what attaching the
+    // separate mask would give; otherwise the mask is attached as read.
+    bool maskAttached = false;
+    if (!OpenStringRecord(record, data) || !ReadRGBRecord(record, &maskAttached)) return nullptr;
+    if (!maskAttached && !AddPictureMask(record->Pict, record->Mask)) return nullptr;
     return PictureRef::Borrow(record->Pict).Release();
 }
 
