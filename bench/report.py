@@ -1,15 +1,19 @@
 #!/usr/bin/env python3
 """Prints tqv_bench's JSON output as the tables of docs/performance.md.
 
-Every benchmark labels itself "operation|image|target". A benchmark "X" is paired with "X_Floor"
-(the same work through libtiff's plain API) and with "X_Peer_<loader>" (other loaders), matched
-by their arguments. Times are the median of the repetitions' process CPU time.
+    bench/report.py BENCH.json [--markdown]
+
+Every benchmark labels itself "operation|image|ratio target|peak target MB" (targets may be
+empty). A benchmark "X" is paired with "X_Floor" (the same work through libtiff's plain API)
+and compared with "X_Peer_<loader>" runs of the same image (other loaders). Times are the median
+of the repetitions' process CPU time; peak memory is the largest rise of the resident set during
+one iteration.
 """
 import json
 import sys
 
 
-def main(path):
+def load(path):
     # The median where there were repetitions, else the single run.
     runs, medians = {}, {}
     for b in json.load(open(path))["benchmarks"]:
@@ -18,65 +22,106 @@ def main(path):
         elif b.get("run_type") == "iteration":
             runs.setdefault(b["run_name"], b)
     runs.update(medians)
+    return runs
 
-    def split(name):
-        base, _, args = name.partition("/")
-        return base, args
 
-    def label(run):
-        parts = (run.get("label") or "").split("|") + ["", "", ""]
-        return parts[0] or split(run["run_name"])[0], parts[1] or split(run["run_name"])[1], parts[2]
+def split(name):
+    base, _, args = name.partition("/")
+    return base, args
 
-    def ms(run):
-        if run is None or run.get("error_occurred"):
-            return None
-        scale = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}[run.get("time_unit", "ns")]
-        return run["cpu_time"] * scale
 
-    def cell(value, width, digits=1):
-        return f"{value:{width}.{digits}f}" if value is not None else f"{'-':>{width}}"
+def label(run):
+    parts = (run.get("label") or "").split("|") + ["", "", "", ""]
+    return (parts[0] or split(run["run_name"])[0], parts[1] or split(run["run_name"])[1], parts[2], parts[3])
 
+
+def ms(run):
+    if run is None or run.get("error_occurred"):
+        return None
+    scale = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}[run.get("time_unit", "ns")]
+    return run["cpu_time"] * scale
+
+
+def number(value, digits=1):
+    return f"{value:.{digits}f}" if value is not None else "-"
+
+
+def verdict(value, target):
+    if not target or value is None:
+        return ""
+    return ("met " if value <= float(target) else "NOT met ") + "<= " + target
+
+
+class Table:
+    def __init__(self, markdown, headers, right):
+        self.markdown, self.headers, self.right, self.rows = markdown, headers, right, []
+
+    def add(self, *cells):
+        self.rows.append([str(c) for c in cells])
+
+    def show(self):
+        if not self.rows:
+            return
+        if self.markdown:
+            print("| " + " | ".join(self.headers) + " |")
+            print("|" + "|".join("---:" if r else "---" for r in self.right) + "|")
+            for row in self.rows:
+                print("| " + " | ".join(row) + " |")
+        else:
+            widths = [max(len(h), *(len(r[i]) for r in self.rows)) for i, h in enumerate(self.headers)]
+            def line(cells):
+                return "  ".join(c.rjust(w) if r else c.ljust(w) for c, w, r in zip(cells, widths, self.right))
+            print(line(self.headers))
+            for row in self.rows:
+                print(line(row))
+        print()
+
+
+def main(path, markdown):
+    runs = load(path)
     ours = [(n, r) for n, r in runs.items() if "_Floor" not in split(n)[0] and "_Peer_" not in split(n)[0]]
 
-    print(f"{'operation':<26} {'image':<34} {'ours ms':>9} {'floor ms':>9} {'ratio':>6} {'target':>7} "
-          f"{'peak MB':>8} {'floor MB':>8}")
-    for name, run in ours:
+    def floor_of(name):
         base, args = split(name)
-        floor = runs.get(f"{base}_Floor/{args}" if args else f"{base}_Floor")
+        return runs.get(f"{base}_Floor/{args}" if args else f"{base}_Floor")
+
+    floors = Table(markdown, ["operation", "image", "ours ms", "floor ms", "ratio", "ratio target", "peak MB",
+                              "peak target", "floor peak MB"],
+                   [False, False, True, True, True, False, True, False, True])
+    for name, run in ours:
+        floor = floor_of(name)
         if floor is None:
             continue
-        op, image, target = label(run)
+        op, image, target, peak_target = label(run)
         a, f = ms(run), ms(floor)
         ratio = a / f if a is not None and f else None
-        verdict = ""
-        if target and ratio is not None:
-            verdict = ("<= " if ratio <= float(target) else "!> ") + target
-        print(f"{op:<26} {image:<34} {cell(a, 9)} {cell(f, 9)} {cell(ratio, 6, 2)} {verdict:>7} "
-              f"{cell(run.get('peak_MB'), 8)} {cell(floor.get('peak_MB'), 8)}")
+        floors.add(op, image, number(a), number(f), number(ratio, 2), verdict(ratio, target),
+                   number(run.get("peak_MB")), verdict(run.get("peak_MB"), peak_target), number(floor.get("peak_MB")))
+    floors.show()
 
     # Peers are matched by image: every operation on that image is compared with them.
     peers = sorted({split(n)[0].partition("_Peer_")[2] for n in runs if "_Peer_" in n})
     by_image = {(split(n)[0].partition("_Peer_")[2], label(r)[1]): r for n, r in runs.items() if "_Peer_" in n}
-    if peers:
-        print()
-        print(f"{'operation':<26} {'image':<34} {'ours ms':>9} " + " ".join(f"{p + ' ms':>14}" for p in peers))
-        for name, run in ours:
-            op, image, _ = label(run)
-            cells = [by_image.get((p, image)) for p in peers]
-            if any(cells):
-                print(f"{op:<26} {image:<34} {cell(ms(run), 9)} " + " ".join(cell(ms(c), 14) for c in cells))
-
-    print()
-    print(f"{'operation':<26} {'image':<34} {'ours ms':>9} {'peak MB':>8}  other")
+    against = Table(markdown, ["operation", "image", "ours ms"] + [p + " ms" for p in peers],
+                    [False, False, True] + [True] * len(peers))
     for name, run in ours:
-        base, args = split(name)
-        if runs.get(f"{base}_Floor/{args}" if args else f"{base}_Floor"):
+        op, image, _, _ = label(run)
+        cells = [by_image.get((p, image)) for p in peers]
+        if any(cells):
+            against.add(op, image, number(ms(run)), *(number(ms(c)) for c in cells))
+    against.show()
+
+    alone = Table(markdown, ["operation", "image", "ours ms", "peak MB", "peak target", "other"],
+                  [False, False, True, True, False, False])
+    for name, run in ours:
+        if floor_of(name) is not None:
             continue
-        op, image, _ = label(run)
-        extra = "  ".join(f"{k} {v:.0f}" for k, v in run.items()
-                          if k.startswith("ns_per") or k.endswith("_per_MiB"))
-        print(f"{op:<26} {image:<34} {cell(ms(run), 9)} {cell(run.get('peak_MB'), 8)}  {extra}")
+        op, image, _, peak_target = label(run)
+        extra = "  ".join(f"{k} {v:.0f}" for k, v in run.items() if k.startswith("ns_per"))
+        alone.add(op, image, number(ms(run)), number(run.get("peak_MB")),
+                  verdict(run.get("peak_MB"), peak_target), extra)
+    alone.show()
 
 
 if __name__ == "__main__":
-    main(sys.argv[1])
+    main(sys.argv[1], "--markdown" in sys.argv[2:])
