@@ -37,10 +37,10 @@ bool unscaledCopy(PictureHandle* destination, PictureHandle* source, int32_t x, 
     // Clip in 64 bits: the offsets come from the host program and may be anything.
     int64_t left = std::max<int64_t>({0, -int64_t{x}, -int64_t{sx}});
     int64_t top = std::max<int64_t>({0, -int64_t{y}, -int64_t{sy}});
-    int64_t right = std::min<int64_t>({int64_t{w}, int64_t{destination->width()} - x,
-                                       int64_t{source->width()} - sx});
-    int64_t bottom = std::min<int64_t>({int64_t{h}, int64_t{destination->height()} - y,
-                                        int64_t{source->height()} - sy});
+    int64_t right =
+        std::min<int64_t>({int64_t{w}, int64_t{destination->width()} - x, int64_t{source->width()} - sx});
+    int64_t bottom =
+        std::min<int64_t>({int64_t{h}, int64_t{destination->height()} - y, int64_t{source->height()} - sy});
     if (right <= left || bottom <= top) return true;
     const auto dx = static_cast<int32_t>(x + left), dy = static_cast<int32_t>(y + top);
     const auto fx = static_cast<int32_t>(sx + left), fy = static_cast<int32_t>(sy + top);

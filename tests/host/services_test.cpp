@@ -120,7 +120,9 @@ TEST_F(Accounting, PluginCannotReleaseTheHostsLock) {
 // Unscaled draws take a block copy when both pictures store pixels alike; what lands where must
 // not depend on that: clipping at every edge, negative offsets, and a pixel map of another depth.
 TEST_F(Accounting, UnscaledDrawsClipLikeThePixelLoop) {
-    auto pattern = [](int32_t x, int32_t y) { return uint32_t(x * 40 + 7) << 16 | uint32_t(y * 30 + 3) << 8 | 9; };
+    auto pattern = [](int32_t x, int32_t y) {
+        return uint32_t(x * 40 + 7) << 16 | uint32_t(y * 30 + 3) << 8 | 9;
+    };
     HostRef source(makeHandle<PictureHandle>(5, 4, 32, PictureBackend::PixelRecord));
     auto* src = source.as<PictureHandle>();
     for (int32_t y = 0; y < 4; ++y)
@@ -137,8 +139,8 @@ TEST_F(Accounting, UnscaledDrawsClipLikeThePixelLoop) {
             for (int32_t ty = 0; ty < 5; ++ty)
                 for (int32_t tx = 0; tx < 6; ++tx) {
                     const int32_t fx = tx - d.x + d.sx, fy = ty - d.y + d.sy;
-                    const bool drawn = tx >= d.x && tx < d.x + d.w && ty >= d.y && ty < d.y + d.h && fx >= 0 &&
-                                       fx < 5 && fy >= 0 && fy < 4;
+                    const bool drawn = tx >= d.x && tx < d.x + d.w && ty >= d.y && ty < d.y + d.h &&
+                                       fx >= 0 && fx < 5 && fy >= 0 && fy < 4;
                     EXPECT_EQ(dst->pixel(tx, ty), drawn ? pattern(fx, fy) : 0u)
                         << "draw at " << d.x << "," << d.y << " pixel " << tx << "," << ty;
                 }
