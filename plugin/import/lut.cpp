@@ -1,7 +1,11 @@
 #include "import/lut.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "bridge/memory.h"
 #include "bridge/services.h"
@@ -16,11 +20,14 @@ namespace {
 constexpr int32_t kTableEntries = 65536;
 
 // The host's colours split into one byte table per channel, so the pixel loop makes no host
-// calls and no shifts.
+// calls and no shifts; for one sample and the four-byte layouts, each entry also as the whole
+// pixel (bytes in memory order), one load and one store a pixel.
 struct ColourTables {
     uint8_t red[kTableEntries];
     uint8_t green[kTableEntries];
     uint8_t blue[kTableEntries];
+    uint32_t xrgb[kTableEntries];  // 255, R, G, B
+    uint32_t bgrx[kTableEntries];  // B, G, R, 0
 };
 
 // Zero-filled first: entries the host array does not reach stay black.
@@ -34,6 +41,11 @@ ClearMemoryPtr<ColourTables> BuildTables(REALarray table) {
         tables->red[i] = static_cast<uint8_t>(colour >> 16);
         tables->green[i] = static_cast<uint8_t>(colour >> 8);
         tables->blue[i] = static_cast<uint8_t>(colour);
+    }
+    for (int32_t i = 0; i < kTableEntries; ++i) {
+        const uint32_t r = tables->red[i], g = tables->green[i], b = tables->blue[i];
+        tables->xrgb[i] = 0xFFu | r << 8 | g << 16 | b << 24;
+        tables->bgrx[i] = b | g << 8 | r << 16;
     }
     return tables;
 }
@@ -63,11 +75,32 @@ struct Sample32 {
     }
 };
 
+template <typename Layout>
+const uint32_t* WordsFor(const ColourTables& t) {
+    if constexpr (std::is_same_v<Layout, PutXRGB>) return t.xrgb;
+    if constexpr (std::is_same_v<Layout, PutBGRX>) return t.bgrx;
+    return nullptr;
+}
+
 template <typename Layout, typename Sample, int Samples>
 void DecodeThroughTables(uint8_t* out, const uint8_t* scanline, const RowArgs& a) {
     const auto& t = *static_cast<const ColourTables*>(a.context);
+    if constexpr (Samples == 1 && Layout::kBytes == 4) {
+        static_assert(std::endian::native == std::endian::little, "pixel words assume a little-endian host");
+        const uint32_t* words = WordsFor<Layout>(t);
+        const uint8_t* in = scanline + size_t{a.left} * Sample::kBytes;
+        const int32_t count = a.count;
+        // Two loads and a store a pixel: unrolled, the loop's own count and branch do not double it.
+#pragma GCC unroll 8
+        for (int32_t x = 0; x < count; ++x) {
+            const uint32_t word = words[Sample::Index(in + static_cast<size_t>(x) * Sample::kBytes)];
+            std::memcpy(out + static_cast<size_t>(x) * 4, &word, 4);
+        }
+        return;
+    }
     const uint8_t* in = scanline + size_t{a.left} * Samples * Sample::kBytes;
-    for (int32_t x = 0; x < a.count; ++x, in += Samples * Sample::kBytes) {
+    const int32_t count = a.count;
+    for (int32_t x = 0; x < count; ++x, in += Samples * Sample::kBytes) {
         const uint32_t r = Sample::Index(in);
         const uint32_t g = Samples == 1 ? r : Sample::Index(in + Sample::kBytes);
         const uint32_t b = Samples == 1 ? r : Sample::Index(in + 2 * Sample::kBytes);
