@@ -70,8 +70,20 @@ void DecodeBits(uint8_t* out, const uint8_t* scanline, const RowArgs& a) {
         // A preview takes the same bit of consecutive bytes.
         const uint8_t* in = scanline + (left >> 3);
         const unsigned shift = FillOrder == 1 ? 7u - (left & 7u) : left & 7u;
-        for (; k < count; ++k)
-            std::memcpy(out + static_cast<size_t>(k) * kPixel, pixelOf[(in[k] >> shift) & 1u], kPixel);
+        if constexpr (kPixel == 4) {
+            // As arithmetic on whole pixels, which the compiler vectorises.
+            uint32_t clearWord, setWord;
+            std::memcpy(&clearWord, pixelOf[0], 4);
+            std::memcpy(&setWord, pixelOf[1], 4);
+            const uint32_t differ = clearWord ^ setWord;
+            for (; k < count; ++k) {
+                const uint32_t word = clearWord ^ (differ & (0u - ((in[k] >> shift) & 1u)));
+                std::memcpy(out + static_cast<size_t>(k) * 4, &word, 4);
+            }
+        } else {
+            for (; k < count; ++k)
+                std::memcpy(out + static_cast<size_t>(k) * kPixel, pixelOf[(in[k] >> shift) & 1u], kPixel);
+        }
         return;
     }
     if (step == 1) {
