@@ -2,7 +2,11 @@
 
 #include <tiffio.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <memory>
+#include <new>
 
 #include "bridge/memory.h"
 #include "picture/composition.h"
@@ -21,41 +25,111 @@ int64_t RowBytes(TIFF* tiff) {
     return size > static_cast<uint64_t>(INT32_MAX - kSlack) ? -1 : static_cast<int64_t>(size);
 }
 
-// How rows are written to one handle, chosen before the exchange. libtiff's scanline writer
-// loses a row written right after a read on the same handle (the read takes over the buffer that
-// still holds the pending row), so one-row strips inside the image are rewritten as whole strips,
-// which libtiff places in the file at once. Other rows go through the scanline writer.
-struct RowWriter {
-    TIFF* tiff;
-    bool wholeStrips;
-    uint32_t length;
+// Strip buffers beyond this are refused (the exchange then does not start), as libtiff bounds
+// its own single allocations.
+constexpr uint64_t kMaxStripBytes = uint64_t{256} << 20;
 
-    static RowWriter For(TIFF* tiff) {
-        uint32_t rowsPerStrip = 0, length = 0;
+// How the rows of one handle are read and written during the exchange. libtiff's scanline
+// interface cannot do what the exchange needs inside a strip of several rows: reading rows
+// bottom-up within a compressed strip fails ("Compression algorithm does not support random
+// access"), and a row written right after a read on the same handle is lost (the read takes over
+// the buffer that still holds the pending row). So a strip is decoded whole when its first row
+// is asked for and its rows are served from there, and the rows written into it are collected
+// until all are in, when the strip is rewritten whole (libtiff places a rewritten strip in the
+// file at once). Both directions of the exchange finish with one strip before they start the
+// next, and read each row of a strip before the strip is rewritten, so neither buffer goes
+// stale. Tiled images and layouts whose strips are not whole scanlines keep the scanline calls
+// (libtiff refuses scanlines of tiles with -1).
+class StripRows {
+  public:
+    // The exchange touches rows 0 .. touched - 1. False when the strip buffers cannot be had.
+    bool Init(TIFF* tiff, bool wholeStrips, uint32_t touched) {
+        tiff_ = tiff;
+        touched_ = touched;
+        uint32_t rowsPerStrip = 0;
         TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
-        TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &length);
-        return {tiff, rowsPerStrip == 1 && !TIFFIsTiled(tiff), length};
+        TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &length_);
+        rowsPerStrip_ = std::min(rowsPerStrip, length_);
+        rowBytes_ = TIFFScanlineSize64(tiff);
+        if (!wholeStrips || TIFFIsTiled(tiff) || rowsPerStrip_ == 0 || rowBytes_ == 0 ||
+            TIFFVStripSize64(tiff, rowsPerStrip_) != rowBytes_ * rowsPerStrip_)
+            return true;
+        const uint64_t bytes = rowBytes_ * rowsPerStrip_;
+        if (bytes > kMaxStripBytes) return false;
+        read_.reset(new (std::nothrow) uint8_t[bytes]);
+        written_.reset(new (std::nothrow) uint8_t[bytes]);
+        return read_ != nullptr && written_ != nullptr;
     }
-    // libtiff's scanline result: 1 written, 0 or -1 not.
-    int Write(uint8_t* row, uint32_t index) const {
-        if (!wholeStrips || index >= length) return TIFFWriteScanline(tiff, row, index, 0);
-        return TIFFWriteEncodedStrip(tiff, TIFFComputeStrip(tiff, index, 0), row, TIFFScanlineSize(tiff)) < 0
-                   ? -1
-                   : 1;
+
+    // libtiff's scanline results: 1 read, -1 not (the row buffer is then left as it was).
+    int Read(uint8_t* row, uint32_t index) {
+        if (read_ == nullptr || index >= length_) return TIFFReadScanline(tiff_, row, index, 0);
+        const uint32_t first = FirstOf(index);
+        if (!readValid_ || first != readFirst_) {
+            readValid_ = false;
+            const auto bytes = static_cast<tmsize_t>(rowBytes_ * RowsFrom(first));
+            if (TIFFReadEncodedStrip(tiff_, TIFFComputeStrip(tiff_, first, 0), read_.get(), bytes) != bytes)
+                return -1;
+            readFirst_ = first, readValid_ = true;
+        }
+        std::memcpy(row, read_.get() + (index - first) * rowBytes_, rowBytes_);
+        return 1;
     }
+
+    // 1 written (or collected), 0 or -1 not.
+    int Write(uint8_t* row, uint32_t index) {
+        if (written_ == nullptr || index >= length_) return TIFFWriteScanline(tiff_, row, index, 0);
+        const uint32_t first = FirstOf(index);
+        const uint32_t rows = RowsFrom(first);
+        if (first != writtenFirst_ || filled_ == 0) {
+            // Rows of the strip that the exchange does not reach (an output longer than this
+            // image) keep what the strip held; the exchange has just read from this strip.
+            writtenFirst_ = first, filled_ = 0;
+            if (readValid_ && readFirst_ == first)
+                std::memcpy(written_.get(), read_.get(), rowBytes_ * rows);
+            else
+                std::memset(written_.get(), 0, rowBytes_ * rows);
+        }
+        std::memcpy(written_.get() + (index - first) * rowBytes_, row, rowBytes_);
+        if (++filled_ < std::min(first + rows, touched_) - first) return 1;
+        filled_ = 0;
+        const auto bytes = static_cast<tmsize_t>(rowBytes_ * rows);
+        return TIFFWriteEncodedStrip(tiff_, TIFFComputeStrip(tiff_, first, 0), written_.get(), bytes) < 0 ? -1
+                                                                                                          : 1;
+    }
+
+  private:
+    uint32_t FirstOf(uint32_t index) const { return index - index % rowsPerStrip_; }
+    uint32_t RowsFrom(uint32_t first) const { return std::min(rowsPerStrip_, length_ - first); }
+
+    TIFF* tiff_ = nullptr;
+    uint32_t touched_ = 0;
+    uint32_t length_ = 0;
+    uint32_t rowsPerStrip_ = 0;
+    uint64_t rowBytes_ = 0;
+    std::unique_ptr<uint8_t[]> read_;
+    uint32_t readFirst_ = 0;  // the first row of the strip in read_
+    bool readValid_ = false;
+    std::unique_ptr<uint8_t[]> written_;
+    uint32_t writtenFirst_ = 0;  // the first row of the strip being collected
+    uint32_t filled_ = 0;        // rows of it collected so far
 };
 
 // The exchange for rows i = 0 .. length - 1 (an empty image exchanges nothing and succeeds).
 // libtiff's -1 (a failed read, a write to a file not open for writing) is passed over: only 0
 // ends it.
 bool Exchange(TIFF* self, TIFF* output, uint32_t length, uint8_t* a, uint8_t* b) {
-    const RowWriter selfWriter = RowWriter::For(self), outputWriter = RowWriter::For(output);
+    // One handle on both sides would hold the same strips twice; its rows go through libtiff's
+    // scanline calls.
+    StripRows selfRows, outputRows;
+    if (!selfRows.Init(self, self != output, length) || !outputRows.Init(output, self != output, length))
+        return false;
     uint32_t j = length - 1;
     for (uint32_t i = 0; i < length; ++i, --j) {
-        if (TIFFReadScanline(self, a, i, 0) == 0) return false;
-        if (TIFFReadScanline(output, b, j, 0) == 0) return false;
-        if (selfWriter.Write(b, i) == 0) return false;
-        if (outputWriter.Write(a, j) == 0) return false;
+        if (selfRows.Read(a, i) == 0) return false;
+        if (outputRows.Read(b, j) == 0) return false;
+        if (selfRows.Write(b, i) == 0) return false;
+        if (outputRows.Write(a, j) == 0) return false;
     }
     return true;
 }

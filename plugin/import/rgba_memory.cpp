@@ -12,6 +12,10 @@
 #include <memory>
 #include <type_traits>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include "bridge/handles.h"
 #include "bridge/memory.h"
 #include "bridge/services.h"
@@ -211,7 +215,7 @@ Packing PackingOf(const TIFFRGBAImage& image) {
 
 // R, G, B and A = 255. Four pixels at a time from three 32-bit loads: a few shifts a pixel,
 // where a byte-gathering loop would cost a dozen shuffles.
-void PackRgbRow(uint32_t* out, const uint8_t* in, uint32_t count) {
+void PackRgbRowPortable(uint32_t* out, const uint8_t* in, uint32_t count) {
     constexpr uint32_t kOpaque = 0xFF000000u;
     uint32_t x = 0;
     for (; x + 4 <= count; x += 4, in += 12) {
@@ -227,6 +231,34 @@ void PackRgbRow(uint32_t* out, const uint8_t* in, uint32_t count) {
     for (; x < count; ++x, in += 3)
         out[x] = uint32_t{in[0]} | uint32_t{in[1]} << 8 | uint32_t{in[2]} << 16 | kOpaque;
 }
+
+#if defined(__x86_64__)
+// One byte shuffle for four pixels where the processor has SSSE3 (every x86-64 processor of the
+// last fifteen years). A 16-byte load uses 12: it runs while 16 bytes of the row remain.
+[[gnu::target("ssse3")]] void PackRgbRowSsse3(uint32_t* out, const uint8_t* in, uint32_t count) {
+    const __m128i spread = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
+    const __m128i opaque = _mm_set1_epi32(static_cast<int>(0xFF000000u));
+    uint32_t x = 0;
+    for (; x + 6 <= count; x += 4, in += 12) {
+        const __m128i samples = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x),
+                         _mm_or_si128(_mm_shuffle_epi8(samples, spread), opaque));
+    }
+    PackRgbRowPortable(out + x, in, count - x);
+}
+
+void PackRgbRow(uint32_t* out, const uint8_t* in, uint32_t count) {
+    static const bool ssse3 = __builtin_cpu_supports("ssse3");
+    if (ssse3)
+        PackRgbRowSsse3(out, in, count);
+    else
+        PackRgbRowPortable(out, in, count);
+}
+#else
+void PackRgbRow(uint32_t* out, const uint8_t* in, uint32_t count) {
+    PackRgbRowPortable(out, in, count);
+}
+#endif
 
 // R, G, B, A are already the word's bytes in memory order.
 void PackRgbaRow(uint32_t* out, const uint8_t* in, uint32_t count) {

@@ -76,6 +76,66 @@ T.group("MirrorVertical", function()
     ta:Close()
     untouched(a, b)
   end)
+  -- `height` (10 unless given) rows of four grey bytes, file f, row y, column x holding
+  -- 16 f + 4 y + x (f = 1 or 2), uncompressed in one strip, then cut by tiffcp into strips of
+  -- `rows` rows (the last one shorter) with `compression`.
+  local function striped(f, rows, compression, height)
+    height = height or 10
+    local body = {}
+    for y = 0, height - 1 do
+      for x = 0, 3 do body[#body + 1] = string.char(16 * f + 4 * y + x) end
+    end
+    local entries = { { 256, 3, 4 }, { 257, 3, height }, { 258, 3, 8 }, { 259, 3, 1 }, { 262, 3, 1 },
+      { 273, 4, 8 }, { 277, 3, 1 }, { 278, 3, height }, { 279, 4, 4 * height } }
+    local ifd = { string.pack("<I2", #entries) }
+    for _, e in ipairs(entries) do
+      ifd[#ifd + 1] = e[2] == 3 and string.pack("<I2I2I4I2I2", e[1], 3, 1, e[3], 0)
+                      or string.pack("<I2I2I4I4", e[1], 4, 1, e[3])
+    end
+    ifd[#ifd + 1] = string.pack("<I4", 0)
+    local plain = P.path(string.format("plain%d.tif", f))
+    local out = assert(io.open(plain, "wb"))
+    out:write("II*\0", string.pack("<I4", 8 + 4 * height), table.concat(body), table.concat(ifd))
+    out:close()
+    local path = P.path(string.format("striped%d_%d_%s_%d.tif", f, rows, compression, height))
+    assert(P.run(string.format("tiffcp -r %d -c %s %s %s", rows, compression, P.quote(plain), P.quote(path))))
+    return path
+  end
+  local function striped_row(f, y)
+    return { 16 * f + 4 * y, 16 * f + 4 * y + 1, 16 * f + 4 * y + 2, 16 * f + 4 * y + 3 }
+  end
+  T.test("strips of several rows, a short last strip, uncompressed and LZW", function()
+    for _, case in ipairs({ { 3, "none" }, { 4, "lzw" }, { 10, "none" }, { 3, "lzw" } }) do
+      local what = case[1] .. "-row strips, " .. case[2]
+      local a, b = striped(1, case[1], case[2]), striped(2, case[1], case[2])
+      local ta, tb = TiffPictureTQV(), TiffPictureTQV()
+      T.eq(ta:Open(FolderItem(a), "r+"), true)
+      T.eq(tb:Open(FolderItem(b), "r+"), true)
+      T.eq(ta:MirrorVertical(tb), true, what)
+      ta:Close(); tb:Close()
+      local want_a, want_b = {}, {}
+      for y = 0, 9 do
+        want_a[y + 1], want_b[y + 1] = striped_row(2, 9 - y), striped_row(1, 9 - y)
+      end
+      expect_rows(a, want_a, what .. ": a holds b's rows upside down")
+      expect_rows(b, want_b, what .. ": b holds a's rows upside down")
+    end
+  end)
+  T.test("an output taller than this image: its rows beyond stay, in a strip shared with exchanged rows", function()
+    local a, b = striped(1, 4, "lzw"), striped(2, 4, "lzw", 11)
+    local ta, tb = TiffPictureTQV(), TiffPictureTQV()
+    T.eq(ta:Open(FolderItem(a), "r+"), true)
+    T.eq(tb:Open(FolderItem(b), "r+"), true)
+    T.eq(ta:MirrorVertical(tb), true)
+    ta:Close(); tb:Close()
+    local want_a, want_b = {}, {}
+    for y = 0, 9 do
+      want_a[y + 1], want_b[y + 1] = striped_row(2, 9 - y), striped_row(1, 9 - y)
+    end
+    want_b[11] = striped_row(2, 10)
+    expect_rows(a, want_a, "a holds b's rows 9 to 0")
+    expect_rows(b, want_b, "b holds a's rows upside down, then its own row 10")
+  end)
   T.test("an output with longer rows is refused", function()
     local a = fresh_pair()
     local wide = P.path("wide.tif")
