@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -151,8 +152,8 @@ bool GetDirect(TIFFRGBAImage& image, uint32_t* pixels, const Rect& r) {
 
 // ---- Strips packed here ----------------------------------------------------------------------
 //
-// For the commonest layout (8-bit RGB, or RGBA with associated alpha, in contiguous strips,
-// top-left) the rectangle is packed here instead of by libtiff's row packer: the same strips are
+// For the commonest layout (8-bit RGB, or RGBA with associated alpha, contiguous, in strips or
+// tiles, top-left) the rectangle is packed here instead of by libtiff's row packer: the same strips are
 // decoded, each to the same number of bytes libtiff asks for, and rows are packed at a few
 // instructions a pixel (libtiff's packer takes about ten). The moment libtiff says anything, or a
 // strip comes back short, the attempt is dropped and libtiff renders the whole rectangle as it
@@ -189,7 +190,7 @@ class QuietMessages {
     TIFFErrorHandler warning_;
 };
 
-// A strip buffer larger than libtiff itself may allocate for the handle is left to libtiff.
+// A strip or tile buffer larger than libtiff itself may allocate for the handle is left to libtiff.
 constexpr uint64_t kMaxStripBytes = uint64_t{256} << 20;
 
 struct FreeDeleter {
@@ -199,7 +200,7 @@ using Buffer = std::unique_ptr<uint8_t[], FreeDeleter>;
 
 // What libtiff's setup chose for this image decides whether its packer is the plain one.
 Packing PackingOf(const TIFFRGBAImage& image) {
-    if (image.get == nullptr || image.put.any == nullptr || TIFFIsTiled(image.tif)) return Packing::None;
+    if (image.get == nullptr || image.put.any == nullptr) return Packing::None;
     if (!image.isContig || image.bitspersample != 8 || image.photometric != PHOTOMETRIC_RGB)
         return Packing::None;
     if (image.orientation != ORIENTATION_TOPLEFT || image.req_orientation != ORIENTATION_BOTLEFT)
@@ -310,11 +311,58 @@ bool PackStrips(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pac
     return true;
 }
 
+// The same for tiles, as libtiff's tile reader renders them: for each band of rows within one
+// row of tiles, every tile the rectangle touches is decoded whole, left to right.
+bool PackTiles(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Packing packing) {
+    TIFF* tiff = image.tif;
+    uint32_t tileWidth = 0, tileLength = 0;
+    if (TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &tileWidth) != 1 ||
+        TIFFGetField(tiff, TIFFTAG_TILELENGTH, &tileLength) != 1 || tileWidth == 0 || tileLength == 0)
+        return false;
+    const uint64_t samples = image.samplesperpixel;
+    const uint64_t tileRow = TIFFTileRowSize64(tiff);
+    const uint64_t tileBytes = TIFFTileSize64(tiff);
+    // libtiff refuses (with a message) tiles that do not fit its 32-bit skews.
+    if (tileRow != uint64_t{tileWidth} * samples || tileBytes != tileRow * tileLength ||
+        tileBytes > kMaxStripBytes || uint64_t{tileWidth} + r.width > INT_MAX)
+        return false;
+    const Buffer buffer(static_cast<uint8_t*>(std::malloc(static_cast<size_t>(tileBytes))));
+    if (buffer == nullptr) return false;
+    const QuietMessages quiet;
+    for (uint32_t row = 0; row < r.height;) {
+        const uint32_t fileRow = r.y + row;
+        const uint32_t inTile = fileRow % tileLength;
+        const uint32_t rows = std::min(tileLength - inTile, r.height - row);
+        for (uint32_t done = 0; done < r.width;) {
+            const uint32_t column = r.x + done;
+            const uint32_t skipped = column % tileWidth;  // only in the leftmost tile
+            const uint32_t columns = std::min(tileWidth - skipped, r.width - done);
+            const tmsize_t got = TIFFReadTile(tiff, buffer.get(), column, fileRow, 0, 0);
+            if (got < 0 || !quiet.Silent() || static_cast<uint64_t>(got) < tileBytes) return false;
+            const uint8_t* in = buffer.get() + inTile * tileRow + skipped * samples;
+            for (uint32_t j = 0; j < rows; ++j, in += tileRow) {
+                uint32_t* out = pixels + size_t{r.height - 1 - (row + j)} * r.width + done;
+                if (packing == Packing::Rgb)
+                    PackRgbRow(out, in, columns);
+                else
+                    PackRgbaRow(out, in, columns);
+            }
+            done += columns;
+        }
+        row += rows;
+    }
+    return true;
+}
+
 // The rectangle through the packing above when it applies, else (or when dropped) by libtiff
 // with its own offsets.
 bool GetPlaced(TIFFRGBAImage& image, uint32_t* pixels, const Rect& r) {
     const Packing packing = PackingOf(image);
-    if (packing != Packing::None && PackStrips(image, pixels, r, packing)) return true;
+    if (packing != Packing::None) {
+        const bool packed = TIFFIsTiled(image.tif) ? PackTiles(image, pixels, r, packing)
+                                                   : PackStrips(image, pixels, r, packing);
+        if (packed) return true;
+    }
     return GetDirect(image, pixels, r);
 }
 
