@@ -21,6 +21,7 @@
 #include "bridge/memory.h"
 #include "bridge/services.h"
 #include "bridge/values.h"
+#include "import/direct_strips.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -157,7 +158,8 @@ bool GetDirect(TIFFRGBAImage& image, uint32_t* pixels, const Rect& r) {
 // decoded, each to the same number of bytes libtiff asks for, and rows are packed at a few
 // instructions a pixel (libtiff's packer takes about ten). The moment libtiff says anything, or a
 // strip comes back short, the attempt is dropped and libtiff renders the whole rectangle as it
-// always did, so pixels, failures and messages stay libtiff's own.
+// always did, so pixels, failures and messages stay libtiff's own. TQV_FORCE_RGBA_PATH in the
+// environment turns the packing off, for tests that compare the two.
 
 static_assert(std::endian::native == std::endian::little, "packed words assume a little-endian host");
 
@@ -209,6 +211,14 @@ Packing PackingOf(const TIFFRGBAImage& image) {
     uint16_t stored = 0;
     if (TIFFGetField(image.tif, TIFFTAG_PHOTOMETRIC, &stored) != 1 || stored != PHOTOMETRIC_RGB)
         return Packing::None;
+    // Codecs whose messages repeat whenever a strip is decoded again (see OldStyleLzw).
+    uint16_t compression = 0, fillOrder = 0;
+    TIFFGetFieldDefaulted(image.tif, TIFFTAG_COMPRESSION, &compression);
+    TIFFGetFieldDefaulted(image.tif, TIFFTAG_FILLORDER, &fillOrder);
+    const bool plainCodec = compression == COMPRESSION_NONE || compression == COMPRESSION_PACKBITS ||
+                            compression == COMPRESSION_ADOBE_DEFLATE || compression == COMPRESSION_DEFLATE ||
+                            (compression == COMPRESSION_LZW && fillOrder == FILLORDER_MSB2LSB);
+    if (!plainCodec) return Packing::None;
     if (image.samplesperpixel == 3 && image.alpha == 0) return Packing::Rgb;
     if (image.samplesperpixel == 4 && image.alpha == EXTRASAMPLE_ASSOCALPHA) return Packing::Rgba;
     return Packing::None;
@@ -266,6 +276,21 @@ void PackRgbaRow(uint32_t* out, const uint8_t* in, uint32_t count) {
     std::memcpy(out, in, size_t{count} * 4);
 }
 
+// libtiff's LZW decoder warns about old-style codes only when the first strip it decodes for a
+// handle is one: a dropped attempt that had swallowed that warning could not give it back. So
+// the attempt is dropped before it decodes such a strip (found as libtiff finds it: the first
+// two raw bytes), and libtiff meets it first, as it always did. Once a strip of the new kind is
+// decoded, the decoder is in the same state whoever decoded it.
+bool OldStyleLzw(TIFF* tiff, uint32_t chunk) {
+    uint16_t compression = 0;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+    if (compression != COMPRESSION_LZW) return false;
+    uint8_t head[2] = {};
+    const tmsize_t got =
+        TIFFIsTiled(tiff) ? TIFFReadRawTile(tiff, chunk, head, 2) : TIFFReadRawStrip(tiff, chunk, head, 2);
+    return got != 2 || (head[0] == 0 && (head[1] & 1u) != 0);
+}
+
 // The rectangle, bottom row first, as libtiff's strip reader renders it: for each run of rows
 // within one strip it decodes the strip up to the run's last row, rounded up to the vertical
 // YCbCr subsampling (2 by default, even for RGB). False when the attempt was dropped; the raster
@@ -294,8 +319,10 @@ bool PackStrips(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pac
         // libtiff counts these rows in 32 bits; anything near the limit stays with it.
         if (rowsDecoded > UINT32_MAX || rowsDecoded > static_cast<uint64_t>(INT64_MAX) / scanline)
             return false;
-        const tmsize_t got = TIFFReadEncodedStrip(tiff, TIFFComputeStrip(tiff, fileRow, 0), buffer.get(),
-                                                  static_cast<tmsize_t>(rowsDecoded * scanline));
+        const uint32_t strip = TIFFComputeStrip(tiff, fileRow, 0);
+        if (OldStyleLzw(tiff, strip)) return false;
+        const tmsize_t got =
+            TIFFReadEncodedStrip(tiff, strip, buffer.get(), static_cast<tmsize_t>(rowsDecoded * scanline));
         if (got < 0 || !quiet.Silent() || static_cast<uint64_t>(got) < (uint64_t{inStrip} + rows) * scanline)
             return false;
         const uint8_t* in = buffer.get() + inStrip * scanline + r.x * samples;
@@ -337,6 +364,7 @@ bool PackTiles(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pack
             const uint32_t column = r.x + done;
             const uint32_t skipped = column % tileWidth;  // only in the leftmost tile
             const uint32_t columns = std::min(tileWidth - skipped, r.width - done);
+            if (OldStyleLzw(tiff, TIFFComputeTile(tiff, column, fileRow, 0, 0))) return false;
             const tmsize_t got = TIFFReadTile(tiff, buffer.get(), column, fileRow, 0, 0);
             if (got < 0 || !quiet.Silent() || static_cast<uint64_t>(got) < tileBytes) return false;
             const uint8_t* in = buffer.get() + inTile * tileRow + skipped * samples;
@@ -357,7 +385,7 @@ bool PackTiles(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pack
 // The rectangle through the packing above when it applies, else (or when dropped) by libtiff
 // with its own offsets.
 bool GetPlaced(TIFFRGBAImage& image, uint32_t* pixels, const Rect& r) {
-    const Packing packing = PackingOf(image);
+    const Packing packing = DirectPathEnabled() ? PackingOf(image) : Packing::None;
     if (packing != Packing::None) {
         const bool packed = TIFFIsTiled(image.tif) ? PackTiles(image, pixels, r, packing)
                                                    : PackStrips(image, pixels, r, packing);

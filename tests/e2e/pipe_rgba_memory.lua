@@ -187,8 +187,8 @@ local function shell_quote(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
 local function libtiff_rgba(path, row, rows)
   local out = P.path("sweep.raw")
   local band = row and string.format(" %d %d", row, rows) or ""
-  local pipe = assert(io.popen(shell_quote(P.tool) .. " rgba " .. shell_quote(path) .. " " .. shell_quote(out) ..
-                               band .. " 2>/dev/null"))
+  local command = shell_quote(P.tool) .. " rgba " .. shell_quote(path) .. " " .. shell_quote(out) .. band
+  local pipe = assert(io.popen(command .. " 2>/dev/null"))
   local w, h = pipe:read("a"):match("^(%d+) (%d+)")
   if not pipe:close() or not w then return nil end
   return T.read_bytes(out), tonumber(w), tonumber(h)
