@@ -2,6 +2,10 @@
 
 #include <tiffio.h>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -135,11 +139,32 @@ void ColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
     }
 }
 
-// 4-byte pixels into R, G, B: four pixels at a time as one 64-bit and one 32-bit store on
-// little-endian machines, the rest (and other machines) byte by byte.
+#if defined(__x86_64__)
+// Four 4-byte pixels into R, G, B with one byte shuffle where the processor has SSSE3 (every
+// x86-64 processor of the last fifteen years). Each 16-byte store carries 12 bytes of the row, so
+// the loop stops while the store still ends inside the row; answers how many pixels it wrote.
+template <int R, int G, int B>
+[[gnu::target("ssse3")]] int32_t PackedColourRowSsse3(uint8_t* out, const uint8_t* in, int32_t count) {
+    const __m128i pick = _mm_setr_epi8(R, G, B, 4 + R, 4 + G, 4 + B, 8 + R, 8 + G, 8 + B, 12 + R, 12 + G,
+                                       12 + B, -1, -1, -1, -1);
+    int32_t x = 0;
+    for (; x + 6 <= count; x += 4) {
+        const __m128i pixels = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + ptrdiff_t{x} * 4));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + ptrdiff_t{x} * 3), _mm_shuffle_epi8(pixels, pick));
+    }
+    return x;
+}
+#endif
+
+// 4-byte pixels into R, G, B: by byte shuffles where there is SSSE3, else four pixels at a time
+// as one 64-bit and one 32-bit store on little-endian machines; the rest byte by byte.
 template <int R, int G, int B>
 void PackedColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
     int32_t x = 0;
+#if defined(__x86_64__)
+    static const bool ssse3 = __builtin_cpu_supports("ssse3");
+    if (ssse3) x = PackedColourRowSsse3<R, G, B>(out, in, count);
+#endif
     if constexpr (kLittleEndian) {
         for (; x + 4 <= count; x += 4) {
             const uint8_t* p = in + ptrdiff_t{x} * 4;

@@ -55,6 +55,23 @@ T.group("WriteRGB round trip through a file", function()
       return H.premultiplied(r, a), H.premultiplied(g, a), H.premultiplied(b, a)
     end, "Pict")
   end)
+  T.test("rows of 37 pixels, with and without a mask: every channel of every pixel in place", function()
+    -- Wide enough for the converters' steps of several pixels and their ends; channels differ
+    -- from each other and from pixel to pixel.
+    local function wide(x, y) return (x * 7 + y) % 256, (x * 11 + 100 + y) % 256, (x * 13 + 200 + y) % 256 end
+    local t = read_file(write_file("wide_opaque", H.picture(37, 3, wide)))
+    T.eq(t:ReadRGB(), true)
+    H.expect_pixels(t.Pict, 37, 3, wide, "Pict")
+    local mask = function(x, y) return (x * 5 + y * 3 + 1) % 256 end
+    t = read_file(write_file("wide_masked", H.picture(37, 3, wide), H.grey(37, 3, mask)))
+    T.eq(t:ReadRGB(), true)
+    H.expect_pixels(t.Mask, 37, 3, function(x, y) local v = 255 - mask(x, y); return v, v, v end, "Mask")
+    H.expect_pixels(t.Pict, 37, 3, function(x, y)
+      local r, g, b = wide(x, y)
+      local a = mask(x, y)
+      return H.premultiplied(r, a), H.premultiplied(g, a), H.premultiplied(b, a)
+    end, "masked Pict")
+  end)
   T.test("an all-white mask writes alpha 255: colours exact, mask black", function()
     local path = write_file("white_mask", H.picture(4, 3, colour), H.grey(4, 3, function() return 255 end))
     local t = read_file(path)
