@@ -276,6 +276,9 @@ void PackRgbaRow(uint32_t* out, const uint8_t* in, uint32_t count) {
     std::memcpy(out, in, size_t{count} * 4);
 }
 
+// Packs `count` pixels of one row; chosen once for the image.
+using RowPacker = void (*)(uint32_t* out, const uint8_t* in, uint32_t count);
+
 // libtiff's LZW decoder warns about old-style codes only when the first strip it decodes for a
 // handle is one: a dropped attempt that had swallowed that warning could not give it back. So
 // the attempt is dropped before it decodes such a strip (found as libtiff finds it: the first
@@ -295,7 +298,7 @@ bool OldStyleLzw(TIFF* tiff, uint32_t chunk) {
 // within one strip it decodes the strip up to the run's last row, rounded up to the vertical
 // YCbCr subsampling (2 by default, even for RGB). False when the attempt was dropped; the raster
 // may then hold some rows.
-bool PackStrips(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Packing packing) {
+bool PackStrips(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, RowPacker pack) {
     TIFF* tiff = image.tif;
     uint16_t subsamplingHor = 0, subsamplingVer = 0;
     uint32_t rowsPerStrip = 0;
@@ -328,10 +331,7 @@ bool PackStrips(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pac
         const uint8_t* in = buffer.get() + inStrip * scanline + r.x * samples;
         for (uint32_t j = 0; j < rows; ++j, in += scanline) {
             uint32_t* out = pixels + size_t{r.height - 1 - (row + j)} * r.width;
-            if (packing == Packing::Rgb)
-                PackRgbRow(out, in, r.width);
-            else
-                PackRgbaRow(out, in, r.width);
+            pack(out, in, r.width);
         }
         row += rows;
     }
@@ -340,7 +340,7 @@ bool PackStrips(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pac
 
 // The same for tiles, as libtiff's tile reader renders them: for each band of rows within one
 // row of tiles, every tile the rectangle touches is decoded whole, left to right.
-bool PackTiles(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Packing packing) {
+bool PackTiles(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, RowPacker pack) {
     TIFF* tiff = image.tif;
     uint32_t tileWidth = 0, tileLength = 0;
     if (TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &tileWidth) != 1 ||
@@ -370,10 +370,7 @@ bool PackTiles(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pack
             const uint8_t* in = buffer.get() + inTile * tileRow + skipped * samples;
             for (uint32_t j = 0; j < rows; ++j, in += tileRow) {
                 uint32_t* out = pixels + size_t{r.height - 1 - (row + j)} * r.width + done;
-                if (packing == Packing::Rgb)
-                    PackRgbRow(out, in, columns);
-                else
-                    PackRgbaRow(out, in, columns);
+                pack(out, in, columns);
             }
             done += columns;
         }
@@ -387,8 +384,9 @@ bool PackTiles(const TIFFRGBAImage& image, uint32_t* pixels, const Rect& r, Pack
 bool GetPlaced(TIFFRGBAImage& image, uint32_t* pixels, const Rect& r) {
     const Packing packing = DirectPathEnabled() ? PackingOf(image) : Packing::None;
     if (packing != Packing::None) {
-        const bool packed = TIFFIsTiled(image.tif) ? PackTiles(image, pixels, r, packing)
-                                                   : PackStrips(image, pixels, r, packing);
+        const RowPacker pack = packing == Packing::Rgb ? PackRgbRow : PackRgbaRow;
+        const bool packed =
+            TIFFIsTiled(image.tif) ? PackTiles(image, pixels, r, pack) : PackStrips(image, pixels, r, pack);
         if (packed) return true;
     }
     return GetDirect(image, pixels, r);
