@@ -315,6 +315,24 @@ Buffer AllocateChunk(uint64_t bytes) {
     return Buffer(static_cast<uint8_t*>(std::calloc(static_cast<size_t>(bytes) + kSlack, 1)));
 }
 
+}  // namespace
+
+bool OldStyleLzw(TIFF* tiff, uint32_t chunk) {
+    uint16_t compression = 0;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+    if (compression != COMPRESSION_LZW) return false;
+    uint8_t head[2] = {};
+    const tmsize_t got =
+        TIFFIsTiled(tiff) ? TIFFReadRawTile(tiff, chunk, head, 2) : TIFFReadRawStrip(tiff, chunk, head, 2);
+    if (got != 2) return true;
+    uint16_t fillOrder = FILLORDER_MSB2LSB;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_FILLORDER, &fillOrder);
+    if (fillOrder == FILLORDER_LSB2MSB) TIFFReverseBits(head, 2);  // as libtiff turns the strip it read
+    return head[0] == 0 && (head[1] & 1u) != 0;
+}
+
+namespace {
+
 bool DecodeStrips(TIFF* tiff, const Layout& layout, const Target& target) {
     uint32_t rowsPerStrip = 0;
     if (!TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip) || rowsPerStrip == 0) return false;
@@ -325,7 +343,8 @@ bool DecodeStrips(TIFF* tiff, const Layout& layout, const Target& target) {
     for (uint32_t row = 0; row < layout.height; row += rowsPerStrip) {
         const uint32_t rows = std::min(rowsPerStrip, layout.height - row);
         const auto want = static_cast<tmsize_t>(rowBytes * rows);
-        if (TIFFReadEncodedStrip(tiff, TIFFComputeStrip(tiff, row, 0), buffer.get(), want) != want)
+        const uint32_t strip = TIFFComputeStrip(tiff, row, 0);
+        if (OldStyleLzw(tiff, strip) || TIFFReadEncodedStrip(tiff, strip, buffer.get(), want) != want)
             return false;
         for (uint32_t r = 0; r < rows; ++r) target.Put(0, row + r, buffer.get() + rowBytes * r, layout.width);
     }
@@ -349,7 +368,8 @@ bool DecodeTiles(TIFF* tiff, const Layout& layout, const Target& target) {
         const uint32_t rows = std::min(tileLength, layout.height - y);
         for (uint32_t x = 0; x < layout.width; x += std::min(tileWidth, layout.width - x)) {
             const uint32_t columns = std::min(tileWidth, layout.width - x);
-            if (TIFFReadEncodedTile(tiff, TIFFComputeTile(tiff, x, y, 0, 0), buffer.get(), want) != want)
+            const uint32_t tile = TIFFComputeTile(tiff, x, y, 0, 0);
+            if (OldStyleLzw(tiff, tile) || TIFFReadEncodedTile(tiff, tile, buffer.get(), want) != want)
                 return false;
             for (uint32_t r = 0; r < rows; ++r)
                 target.Put(x, y + r, buffer.get() + tileRowBytes * r, columns);

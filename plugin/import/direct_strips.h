@@ -29,9 +29,17 @@ enum class MaskPlace { Separate, InPict };
 
 // True with the pictures made and filled; false with nothing made. Separately, a picture the
 // host could not make stays nil, as on the raster path; in the colour picture's own mask, both
-// must be made (`out.mask` stays nil; `out.unmade` tells a failed picture). Never yields: host code run by a yield could close
-// `tiff`.
+// must be made (`out.mask` stays nil; `out.unmade` tells a failed picture). Never yields: host code run by a
+// yield could close `tiff`.
 bool ReadDirect(TIFF* tiff, DirectPictures& out, MaskPlace place = MaskPlace::Separate);
+
+// libtiff's LZW decoder warns about old-style codes only when the first strip or tile it decodes
+// for a handle is one: a read that declines after it swallowed that warning could not give it
+// back. So a read that may decline stops before it decodes such a chunk (found as libtiff finds
+// it: the first two raw bytes, in the file's bit order), and libtiff meets it first, as it always
+// did. Once a chunk of the new kind is decoded, the decoder is in the same state whoever decoded
+// it. True also when the two bytes cannot be read; false for other compressions.
+bool OldStyleLzw(TIFF* tiff, uint32_t chunk);
 
 // False when the environment variable TQV_FORCE_RGBA_PATH is set (read once): tests compare the
 // direct read with the raster path through it.

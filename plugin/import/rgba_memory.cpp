@@ -279,21 +279,6 @@ void PackRgbaRow(uint32_t* out, const uint8_t* in, uint32_t count) {
 // Packs `count` pixels of one row; chosen once for the image.
 using RowPacker = void (*)(uint32_t* out, const uint8_t* in, uint32_t count);
 
-// libtiff's LZW decoder warns about old-style codes only when the first strip it decodes for a
-// handle is one: a dropped attempt that had swallowed that warning could not give it back. So
-// the attempt is dropped before it decodes such a strip (found as libtiff finds it: the first
-// two raw bytes), and libtiff meets it first, as it always did. Once a strip of the new kind is
-// decoded, the decoder is in the same state whoever decoded it.
-bool OldStyleLzw(TIFF* tiff, uint32_t chunk) {
-    uint16_t compression = 0;
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
-    if (compression != COMPRESSION_LZW) return false;
-    uint8_t head[2] = {};
-    const tmsize_t got =
-        TIFFIsTiled(tiff) ? TIFFReadRawTile(tiff, chunk, head, 2) : TIFFReadRawStrip(tiff, chunk, head, 2);
-    return got != 2 || (head[0] == 0 && (head[1] & 1u) != 0);
-}
-
 // The rectangle, bottom row first, as libtiff's strip reader renders it: for each run of rows
 // within one strip it decodes the strip up to the run's last row, rounded up to the vertical
 // YCbCr subsampling (2 by default, even for RGB). False when the attempt was dropped; the raster

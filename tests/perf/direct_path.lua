@@ -18,15 +18,25 @@ local function save(picture, path)
   return picture.Width .. "x" .. picture.Height
 end
 
--- One line of the manifest: what ReadRGB answered and the sizes of the two pictures, then the
--- size of the picture TIFFStringToPictureTQV makes of the file's bytes (saved with its mask,
--- which the direct read writes in place and the raster path attaches afterwards).
+-- One line of the manifest: what ReadRGB answered with its events, the sizes of the two
+-- pictures, then the size of the picture TIFFStringToPictureTQV makes of the file's bytes (saved
+-- with its mask, which the direct read writes in place and the raster path attaches afterwards).
 local function read_file(rel, n, prefix)
   local t = TiffPictureTQV()
   local result = "unopened"
   local pict, mask = "nil", "nil"
+  -- Every Error and Warning event of the read, in order: a direct read that declines must not
+  -- have swallowed a message that libtiff gives only once for a handle.
+  local events = {}
+  local function recorder(kind)
+    return function(self, module, message)
+      events[#events + 1] = kind .. " " .. tostring(module) .. ": " .. tostring(message)
+    end
+  end
+  t.Warning, t.Error = recorder("W"), recorder("E")
   if t:Open(FolderItem(T.testdata(rel))) then
-    result = tostring(t:ReadRGB())
+    events = {}  -- what opening said is not compared
+    result = tostring(t:ReadRGB()) .. " [" .. table.concat(events, " | ") .. "]"
     pict = save(t.Pict, string.format("%s/%s%04d_pict.png", FOLDER, prefix, n))
     mask = save(t.Mask, string.format("%s/%s%04d_mask.png", FOLDER, prefix, n))
   end
