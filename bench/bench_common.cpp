@@ -91,6 +91,38 @@ Arg StringArg(const std::string& bytes, bool byref) {
     return arg;
 }
 
+namespace {
+
+// A 5 x 7 glyph row picked by `code`: 5 bits from a hash, never blank.
+uint32_t GlyphRow(uint32_t code, uint32_t row) {
+    uint32_t h = (code * 2654435761u) ^ (row * 40503u);
+    h ^= h >> 13;
+    h *= 0x5bd1e995u;
+    h ^= h >> 15;
+    return (h & 31u) | (row == 3 ? 0x11u : 0u);
+}
+
+}  // namespace
+
+bool PageBlack(uint32_t x, uint32_t y) {
+    constexpr uint32_t kFrame = 200, kMargin = 320, kCell = 16, kLine = 40;
+    constexpr uint32_t kCells = (kPageSide - 2 * kMargin) / kCell;
+    const bool insideY = y >= kFrame && y < kPageSide - kFrame;
+    const bool insideX = x >= kFrame && x < kPageSide - kFrame;
+    if (!insideX || !insideY) return false;
+    if (x < kFrame + 4 || x >= kPageSide - kFrame - 4 || y < kFrame + 4 || y >= kPageSide - kFrame - 4)
+        return true;
+    const uint32_t line = y / kLine, oy = y % kLine;
+    if (x < kMargin || x >= kPageSide - kMargin) return false;
+    if (line % 50 == 49) return oy >= 18 && oy < 20;
+    if (oy < 8 || oy >= 29) return false;
+    const uint32_t c = (x - kMargin) / kCell, gx = (x - kMargin) % kCell / 3;
+    if (c >= kCells - (line * 7919u) % 40u || gx >= 5) return false;
+    const uint32_t code = line * 1000003u + c * 7u;
+    if ((code * 2246822519u) >> 29 == 0) return false;  // a space between words
+    return (GlyphRow(code % 96u, (oy - 8) / 3) >> (4 - gx)) & 1u;
+}
+
 std::string ScratchPath(const std::string& name) {
     const char* tmp = std::getenv("TMPDIR");
     return std::string(tmp != nullptr ? tmp : "/tmp") + "/" + name;

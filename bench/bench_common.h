@@ -44,6 +44,12 @@ tqvhost::Arg IntegerArg(int64_t value);
 tqvhost::Arg FolderItemArg(const std::string& path);
 tqvhost::Arg StringArg(const std::string& bytes, bool byref = false);
 
+// The bilevel benchmark page, 8192 x 8192: lines of 5 x 7 glyphs drawn 3 times their size in
+// 16-pixel cells with spaces and ragged ends, a rule every 50 lines, a 4-pixel frame. True where
+// it is black.
+constexpr uint32_t kPageSide = 8192;
+bool PageBlack(uint32_t x, uint32_t y);
+
 // $TMPDIR/<name> (or /tmp/<name>).
 std::string ScratchPath(const std::string& name);
 std::string FileBytes(const std::string& path);

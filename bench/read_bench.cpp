@@ -36,7 +36,6 @@ constexpr int kSide = 4096;
 constexpr int kStepSide = 1024;
 constexpr int kHugeSide = 30000;
 constexpr int kHugeTile = 256;
-constexpr int kPageSide = 8192;
 
 const char* const kReadRGBMemory = "ReadRGB(byref ErrorMessage as string) as memoryblock";
 const char* const kBegin = "ReadRGBMemoryBegin(byref ErrorMessage as string) as boolean";
@@ -131,17 +130,7 @@ const std::string& HugeTiledFile() {
     });
 }
 
-// A 5 x 7 glyph picked by `code`: rows of 5 bits from a hash, never blank.
-uint32_t GlyphRow(uint32_t code, uint32_t row) {
-    uint32_t h = (code * 2654435761u) ^ (row * 40503u);
-    h ^= h >> 13;
-    h *= 0x5bd1e995u;
-    h ^= h >> 15;
-    return (h & 31u) | (row == 3 ? 0x11u : 0u);
-}
-
-// An 8192 x 8192 page of "text": lines of 5 x 7 glyphs drawn 3 times their size, ragged line
-// ends, words, margins, rules every 50 lines and a frame. 1 bit, MinIsWhite (1 is black).
+// The benchmark page (PageBlack), 1 bit, MinIsWhite (1 is black).
 void MakePage(const std::string& p, uint16_t compression) {
     TIFF* tif = TIFFOpen(p.c_str(), "w");
     TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, kPageSide);
@@ -151,36 +140,11 @@ void MakePage(const std::string& p, uint16_t compression) {
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
     TIFFSetField(tif, TIFFTAG_COMPRESSION, compression);
     TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tif, 0));
-    constexpr uint32_t kMargin = 320, kCell = 16, kLine = 40;
-    constexpr uint32_t kCells = (kPageSide - 2 * kMargin) / kCell;
     std::vector<uint8_t> row(kPageSide / 8);
-    auto set = [&](uint32_t x) { row[x >> 3] |= static_cast<uint8_t>(0x80u >> (x & 7)); };
     for (uint32_t y = 0; y < kPageSide; ++y) {
         std::fill(row.begin(), row.end(), 0);
-        const uint32_t line = y / kLine, oy = y % kLine;
-        const bool frame = y >= 200 && y < kPageSide - 200;
-        if (frame) {
-            for (uint32_t x = 200; x < 204; ++x) set(x), set(kPageSide - 1 - x);
-        }
-        if ((y >= 200 && y < 204) || (y >= kPageSide - 204 && y < kPageSide - 200)) {
-            for (uint32_t x = 200; x < kPageSide - 200; ++x) set(x);
-        } else if (line % 50 == 49 && oy >= 18 && oy < 20) {
-            for (uint32_t x = kMargin; x < kPageSide - kMargin; ++x) set(x);
-        } else if (frame && line % 50 != 49 && oy >= 8 && oy < 29) {
-            const uint32_t gy = (oy - 8) / 3;
-            const uint32_t length = kCells - (line * 7919u) % 40u;
-            for (uint32_t c = 0; c < length; ++c) {
-                const uint32_t code = line * 1000003u + c * 7u;
-                if ((code * 2246822519u) >> 29 == 0) continue;  // a space between words
-                const uint32_t bits = GlyphRow(code % 96u, gy);
-                for (uint32_t gx = 0; gx < 5; ++gx) {
-                    if ((bits >> (4 - gx)) & 1u) {
-                        const uint32_t x = kMargin + c * kCell + gx * 3;
-                        set(x), set(x + 1), set(x + 2);
-                    }
-                }
-            }
-        }
+        for (uint32_t x = 0; x < kPageSide; ++x)
+            if (PageBlack(x, y)) row[x >> 3] |= static_cast<uint8_t>(0x80u >> (x & 7));
         TIFFWriteScanline(tif, row.data(), y, 0);
     }
     TIFFClose(tif);
