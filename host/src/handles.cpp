@@ -58,19 +58,23 @@ Handle* Accounts::find(const void* address) {
 
 Handle* Accounts::check(const void* address, const char* service, bool (*kindOk)(Kind)) {
     if (!address) return nullptr;
-    char where[160];
-    std::snprintf(where, sizeof where, "%s(%p): ", service, address);
+    // The report's prefix is formatted only for a report: this check runs on every service call.
+    const auto where = [&] {
+        char text[160];
+        std::snprintf(text, sizeof text, "%s(%p): ", service, address);
+        return std::string(text);
+    };
     Handle* h = find(address);
     if (!h) {
-        error(std::string(where) + "not a host handle");
+        error(where() + "not a host handle");
         return nullptr;
     }
     if (h->dead()) {
-        error(std::string(where) + "dead " + kindName(h->kind()));
+        error(where() + "dead " + kindName(h->kind()));
         return nullptr;
     }
     if (kindOk && !kindOk(h->kind())) {
-        error(std::string(where) + "wrong kind of handle (" + kindName(h->kind()) + ")");
+        error(where() + "wrong kind of handle (" + kindName(h->kind()) + ")");
         return nullptr;
     }
     return h;

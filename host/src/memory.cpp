@@ -1,4 +1,6 @@
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 
 #include "services.h"
 #include "tqv/plugin_abi.h"
@@ -6,15 +8,18 @@
 
 namespace tqvhost {
 
-MemoryBlockHandle::MemoryBlockHandle(int32_t size)
-    : Handle(Kind::MemoryBlock), owned_(static_cast<size_t>(size) + 1, 0) {}
+MemoryBlockHandle::MemoryBlockHandle(int32_t size) : Handle(Kind::MemoryBlock), size_(size < 0 ? 0 : size) {
+    owned_.reset(static_cast<uint8_t*>(std::calloc(static_cast<size_t>(size_) + 1, 1)));
+    if (!owned_) throw std::bad_alloc();
+    adviseHugePages(owned_.get(), static_cast<size_t>(size_));
+}
 
 MemoryBlockHandle::MemoryBlockHandle(const void* foreign)
     : Handle(Kind::MemoryBlock), foreign_(static_cast<uint8_t*>(const_cast<void*>(foreign))) {}
 
 int32_t MemoryBlockHandle::size() const {
     if (foreign_) return REAL_MEMORYBLOCK_UNKNOWN_SIZE;
-    return owned_.empty() ? 0 : static_cast<int32_t>(owned_.size() - 1);
+    return size_;
 }
 
 static bool isMemoryBlock(Kind k) {

@@ -3,6 +3,8 @@
 #define TQVHOST_VALUES_H
 
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,15 +16,25 @@ class MemoryBlockHandle : public Handle {
   public:
     explicit MemoryBlockHandle(int32_t size);         // zero-filled, owned bytes
     explicit MemoryBlockHandle(const void* foreign);  // wraps foreign bytes of unknown size
-    uint8_t* data() { return foreign_ ? foreign_ : owned_.data(); }
+    uint8_t* data() { return foreign_ ? foreign_ : owned_.get(); }
     int32_t size() const;  // REAL_MEMORYBLOCK_UNKNOWN_SIZE for a foreign block
     bool foreign() const { return foreign_ != nullptr; }
 
   protected:
-    void destroy() override { std::vector<uint8_t>().swap(owned_); }
+    void destroy() override {
+        owned_.reset();
+        size_ = 0;
+    }
 
   private:
-    std::vector<uint8_t> owned_;  // one spare byte so that data() of an empty block is not null
+    struct Free {
+        void operator()(uint8_t* p) const { std::free(p); }
+    };
+    // Zero-filled by calloc, so that a large block costs nothing until it is written (as the
+    // plugin's RGBA blocks are, whole), with one spare byte so that data() of an empty block is
+    // not null.
+    std::unique_ptr<uint8_t, Free> owned_;
+    int32_t size_ = 0;
     uint8_t* foreign_ = nullptr;
 };
 
