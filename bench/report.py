@@ -99,14 +99,15 @@ def main(path, markdown):
                    number(run.get("peak_MB")), verdict(run.get("peak_MB"), peak_target), number(floor.get("peak_MB")))
     floors.show()
 
-    # Peers are matched by image: every operation on that image is compared with them.
+    # Peers are matched by their arguments: every operation run with the same arguments (the
+    # same image file) is compared with them.
     peers = sorted({split(n)[0].partition("_Peer_")[2] for n in runs if "_Peer_" in n})
-    by_image = {(split(n)[0].partition("_Peer_")[2], label(r)[1]): r for n, r in runs.items() if "_Peer_" in n}
+    by_args = {(split(n)[0].partition("_Peer_")[2], split(n)[1]): r for n, r in runs.items() if "_Peer_" in n}
     against = Table(markdown, ["operation", "image", "ours ms"] + [p + " ms" for p in peers],
                     [False, False, True] + [True] * len(peers))
     for name, run in ours:
         op, image, _, _ = label(run)
-        cells = [by_image.get((p, image)) for p in peers]
+        cells = [by_args.get((p, split(name)[1])) for p in peers]
         if any(cells):
             against.add(op, image, number(ms(run)), *(number(ms(c)) for c in cells))
     against.show()
