@@ -2,27 +2,11 @@
 // every way the plugin offers. The host must survive, and after the session is gone the plugin
 // must hold no reference and the host must have seen no accounting fault.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "read_everything.h"
 #include "tqvhost/host.h"
-
-namespace {
-
-void CheckBalance(int64_t before) {
-    const auto errors = tqvhost::takeAccountingErrors();
-    const int64_t after = hard::Live();
-    if (errors.empty() && after == before) return;
-    for (const auto& e : errors) std::fprintf(stderr, "accounting error: %s\n", e.c_str());
-    std::fprintf(stderr, "plugin references: %lld before, %lld after\n", static_cast<long long>(before),
-                 static_cast<long long>(after));
-    std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     hard::StartHost();
@@ -37,6 +21,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // starve the search; the hostile-file tests decode every size the kept corpus claims.
     hard::ReadEverything(std::string_view(reinterpret_cast<const char*>(data), size), 8, steer,
                          int64_t{1} << 16);
-    CheckBalance(before);
+    hard::AbortUnlessBalanced(before);
     return 0;
 }

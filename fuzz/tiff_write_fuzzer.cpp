@@ -6,7 +6,6 @@
 // the plugin must hold no reference and the host must have seen no accounting fault.
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -213,16 +212,6 @@ void WriteSomething(hard::Session& s, Input& in) {
     }
 }
 
-void CheckBalance(int64_t before) {
-    const auto errors = tqvhost::takeAccountingErrors();
-    const int64_t after = hard::Live();
-    if (errors.empty() && after == before) return;
-    for (const auto& e : errors) std::fprintf(stderr, "accounting error: %s\n", e.c_str());
-    std::fprintf(stderr, "plugin references: %lld before, %lld after\n", static_cast<long long>(before),
-                 static_cast<long long>(after));
-    std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -260,6 +249,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // What was written must open and read back, or fail, like any other input.
     if (!written.empty()) hard::ReadEverything(written, 4, 0, int64_t{1} << 14);
-    CheckBalance(before);
+    hard::AbortUnlessBalanced(before);
     return 0;
 }

@@ -245,4 +245,14 @@ int64_t Live() {
     return tqvhost::live().total;
 }
 
+void AbortUnlessBalanced(int64_t before) {
+    const auto errors = tqvhost::takeAccountingErrors();
+    const int64_t after = Live();
+    if (errors.empty() && after == before) return;
+    for (const auto& e : errors) std::fprintf(stderr, "accounting error: %s\n", e.c_str());
+    std::fprintf(stderr, "plugin references: %lld before, %lld after\n", static_cast<long long>(before),
+                 static_cast<long long>(after));
+    std::abort();
+}
+
 }  // namespace hard

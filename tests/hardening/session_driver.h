@@ -75,6 +75,10 @@ tqvhost::Value CallExtension(std::string_view name, const tqvhost::Value& self, 
 // References the plugin holds right now.
 int64_t Live();
 
+// For the fuzzers: aborts, with the accounting faults and the reference counts on stderr, unless
+// the plugin holds as many references as `before` and the host saw no accounting fault.
+void AbortUnlessBalanced(int64_t before);
+
 }  // namespace hard
 
 #endif  // TQV_TESTS_HARDENING_SESSION_DRIVER_H
