@@ -12,6 +12,7 @@
 #include "picture/composition.h"
 #include "picture/picture_editor.h"
 #include "session/messages.h"
+#include "session/scanline_read.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -63,7 +64,7 @@ class StripRows {
 
     // libtiff's scanline results: 1 read, -1 not (the row buffer is then left as it was).
     int Read(uint8_t* row, uint32_t index) {
-        if (read_ == nullptr || index >= length_) return TIFFReadScanline(tiff_, row, index, 0);
+        if (read_ == nullptr || index >= length_) return ReadScanline(tiff_, row, index, 0);
         const uint32_t first = FirstOf(index);
         if (!readValid_ || first != readFirst_) {
             readValid_ = false;

@@ -7,6 +7,7 @@
 #include "bridge/services.h"
 #include "picture/picture_editor.h"
 #include "session/messages.h"
+#include "session/scanline_read.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -78,7 +79,7 @@ bool Covers(const ScanlineImage& image, const SourceRect& rect) {
 // read first and discarded, so the decoder reaches `top` in order.
 void PrimeStrip(TIFF* tiff, uint8_t* buffer, uint32_t top, uint32_t rowsPerStrip) {
     const uint32_t skipped = top % rowsPerStrip;
-    for (uint32_t row = top - skipped; row < top; ++row) TIFFReadScanline(tiff, buffer, row, 0);
+    for (uint32_t row = top - skipped; row < top; ++row) ReadScanline(tiff, buffer, row, 0);
 }
 
 int32_t OutputSide(int32_t side, uint32_t sampling) {
@@ -103,7 +104,7 @@ bool ReadRows(const Session& s, const RowPass& pass, PictureWriter& writer) {
     bool allRead = true;
     for (int32_t i = 0; i < pass.rect.height; ++i) {
         const uint32_t row = static_cast<uint32_t>(pass.rect.top) + static_cast<uint32_t>(i);
-        const bool read = TIFFReadScanline(pass.tiff, pass.buffer, row, 0) == 1;
+        const bool read = ReadScanline(pass.tiff, pass.buffer, row, 0) == 1;
         if (static_cast<uint32_t>(i) % pass.sampling != 0) continue;
         if (!read) {
             allRead = false;

@@ -5,6 +5,7 @@
 #include "bridge/memory.h"
 #include "bridge/services.h"
 #include "bridge/values.h"
+#include "session/scanline_read.h"
 #include "tags/tag_access.h"
 
 namespace tqv {
@@ -22,7 +23,7 @@ uint16_t Plane(int32_t sample) {
 }
 
 int ReadRow(TIFF* tiff, void* row, int64_t index, int32_t sample) {
-    return TIFFReadScanline(tiff, row, static_cast<uint32_t>(index), Plane(sample));
+    return ReadScanline(tiff, row, static_cast<uint32_t>(index), Plane(sample));
 }
 
 void WriteRow(TIFF* tiff, const uint8_t* row, int64_t index, int32_t sample) {

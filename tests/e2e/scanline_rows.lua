@@ -56,6 +56,29 @@ T.group("Reading", function()
     T.eq(t:Scanline(0, 65537):Bytes(), alpha)
     T.eq(t:Scanlines(0, 1, 65536):Bytes(), grey)
   end)
+  -- Old-style JPEG reads its strips itself, so libtiff does not refuse a strip that was never
+  -- written: without a guard it divided by the image's (zero) strips and stopped the host.
+  T.test("an image created in memory and not written yet: failures and Error events, for every codec", function()
+    for _, compression in ipairs({ 1, 5, 6, 7, 32773 }) do
+      for _, create in ipairs({ "string", "file" }) do
+        local t = TiffPictureTQV()
+        local errors = 0
+        t.Error = function() errors = errors + 1 end
+        if create == "string" then
+          T.eq(t:CreateString(0), true)
+        else
+          T.eq(t:Create(FolderItem(T.tmpfile("unwritten.tif"))), true)
+        end
+        t.Width, t.Height, t.Compression = 59, 41, compression
+        local what = create .. ", compression " .. compression
+        T.eq(t:Scanline(MemoryBlock(200), 26, 0), true, what .. ": the byte -1")
+        T.eq(t:Scanline(26), nil, what)
+        T.eq(t:Scanlines(2, 3), nil, what)
+        T.truthy(errors >= 3, what .. ": every read reported")
+        t:Close()
+      end
+    end
+  end)
   T.test("a nil block raises before the open-file check; no file gives false or nil", function()
     local t = TiffPictureTQV()
     T.raises("NilObjectException", "memoryblock is nil", function() t:Scanline(nil, 0) end)

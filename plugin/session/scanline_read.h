@@ -1,0 +1,32 @@
+// The one way the plugin reads a scanline.
+//
+// libtiff 4.5 starts decoding a strip with a division by the directory's strips per image, a
+// count it sets only when the directory is read from a file or set up for writing. A directory
+// made by Create or CreateString whose first row has not been written has none yet. For most
+// compressions libtiff refuses the read earlier (the strip's byte count is 0), but old-style JPEG
+// reads its data itself and skips that check, and the division by zero stops the host. So a
+// scanline read of a striped image without strip offsets fails here with libtiff's failure value,
+// reported like libtiff's own errors.
+#ifndef TQV_SESSION_SCANLINE_READ_H
+#define TQV_SESSION_SCANLINE_READ_H
+
+#include <tiffio.h>
+
+#include <cstdint>
+
+namespace tqv {
+
+inline int ReadScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample) {
+    if (!TIFFIsTiled(tiff)) {
+        uint64_t* offsets = nullptr;
+        if (TIFFGetField(tiff, TIFFTAG_STRIPOFFSETS, &offsets) != 1 || offsets == nullptr) {
+            TIFFErrorExtR(tiff, "TIFFReadScanline", "No strips to read: no row of the image was written");
+            return -1;
+        }
+    }
+    return TIFFReadScanline(tiff, row, index, sample);
+}
+
+}  // namespace tqv
+
+#endif  // TQV_SESSION_SCANLINE_READ_H
