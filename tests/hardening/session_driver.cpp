@@ -56,10 +56,44 @@ void Complete(const tqvhost::Declaration& d, std::vector<Arg>& args) {
     for (size_t i = args.size(); i < d.params.size(); ++i) args.push_back(Arg{Default(d.params[i]), false});
 }
 
+// With TQV_DRIVER_TRACE set, every call and property assignment is printed to stderr as it is
+// made: the program a fuzzer's crashing input stands for, to turn it into a test.
+const bool gTrace = std::getenv("TQV_DRIVER_TRACE") != nullptr;
+
+std::string Shown(const Value& v) {
+    switch (v.kind) {
+        case TypeKind::Integer:
+        case TypeKind::Color:
+            return std::to_string(v.i);
+        case TypeKind::Single:
+        case TypeKind::Double:
+            return std::to_string(v.d);
+        case TypeKind::Boolean:
+            return v.b ? "true" : "false";
+        case TypeKind::String:
+            return v.handle ? "string(" + std::to_string(StringBytes(v).size()) + " bytes)" : "nil";
+        case TypeKind::MemoryBlock:
+            return v.handle
+                       ? "block(" + std::to_string(v.handle.as<tqvhost::MemoryBlockHandle>()->size()) + ")"
+                       : "nil";
+        default:
+            return v.handle ? "handle" : "nil";
+    }
+}
+
+void Trace(std::string_view what, std::string_view name, const std::vector<Arg>& args) {
+    if (!gTrace) return;
+    std::string line(what);
+    line.append(name).append("(");
+    for (size_t i = 0; i < args.size(); ++i) line.append(i ? ", " : "").append(Shown(args[i].value));
+    std::fprintf(stderr, "%s)\n", line.c_str());
+}
+
 Value Invoke(const std::vector<tqvhost::Method>& rows, std::string_view name, void* self,
              std::vector<Arg>& args) {
     for (const tqvhost::Method& m : rows) {
         if (!tqvhost::equalsIgnoringCase(m.decl.name, name) || !Fits(m.decl, args)) continue;
+        Trace("call ", m.text, args);
         const size_t given = args.size();
         Complete(m.decl, args);
         Value result = tqvhost::callDeclared(m.function, m.decl, self, args);
@@ -212,6 +246,7 @@ Value Session::Get(std::string_view property) {
 }
 
 void Session::Set(std::string_view property, const Value& value) {
+    Trace("set ", property, {Arg{value, false}});
     const tqvhost::Property* p = PluginClass().findProperty(property);
     if (p == nullptr) DriverMistake(std::string("no property ") + std::string(property));
     tqvhost::setProperty(object(), *p, value);
