@@ -402,7 +402,7 @@ void FixConsoleFlags(REALclassDefinition* definition) {
 void PluginEntry() {
     TIFFSetErrorHandler(MyTIFFErrorHandler);
     TIFFSetWarningHandler(MyTIFFWarningHandler);
-    InstallColorMapGuard();
+    InstallFieldGuards();
     FixConsoleFlags(&tiffClass);
     FixConsoleFlags(&folderitemClass);
     FixConsoleFlags(globalMethod, CountOf(globalMethod));

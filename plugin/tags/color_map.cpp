@@ -60,10 +60,28 @@ bool KeepsMapSize(TIFF* tiff, va_list ap) {
     return bits == current;
 }
 
+// Whether a Compression assignment (the value still unread in `ap`) leaves old-style JPEG. libtiff
+// 4.5 then keeps the old-style JPEG codec's field methods on a directory whose codec state it has
+// freed, and the next scanline read or write dereferences it and stops the host.
+bool LeavesOldJpeg(TIFF* tiff, va_list ap) {
+    uint16_t current = 0;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &current);
+    if (current != COMPRESSION_OJPEG) return false;
+    va_list peek;
+    va_copy(peek, ap);
+    const auto compression = static_cast<uint16_t>(va_arg(peek, int));  // read as uint16_vap
+    va_end(peek);
+    return compression != COMPRESSION_OJPEG;
+}
+
 int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
     if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsMapSize(tiff, ap)) {
         TIFFErrorExtR(tiff, "BitsPerSample",
                       "Cannot change BitsPerSample while a colour map sized for the current value is set");
+        return 0;
+    }
+    if (tag == TIFFTAG_COMPRESSION && LeavesOldJpeg(tiff, ap)) {
+        TIFFErrorExtR(tiff, "Compression", "Cannot change the compression of an old-style JPEG image");
         return 0;
     }
     return gDirectorySetField(tiff, tag, ap);
@@ -80,7 +98,7 @@ void GuardDirectory(TIFF* tiff) {
 
 }  // namespace
 
-void InstallColorMapGuard() {
+void InstallFieldGuards() {
     static bool installed = false;
     if (installed) return;
     installed = true;

@@ -13,11 +13,15 @@ bool GetColorMap(REALobject self, REALmemoryBlock* red, REALmemoryBlock* green, 
 // Sets the colour map from three blocks of at least 2 << BitsPerSample bytes each.
 bool SetColorMap(REALobject self, REALmemoryBlock red, REALmemoryBlock green, REALmemoryBlock blue);
 
-// libtiff sizes a colour map by the BitsPerSample in force when the map was set or read, and later
-// reads (GetColorMap, its RGBA palette conversion, its directory writer) by the current one. From
-// this call on, every libtiff handle in the process refuses to change BitsPerSample while a colour
-// map is set (an Error, and the setter fails), whichever way the change is asked for.
-void InstallColorMapGuard();
+// Guards on libtiff's field setter, for every libtiff handle in the process from this call on;
+// each refusal is an Error and a failed setter, whichever way the change is asked for:
+// - libtiff sizes a colour map by the BitsPerSample in force when the map was set or read, and
+//   later reads (GetColorMap, its RGBA palette conversion, its directory writer) by the current
+//   one: BitsPerSample cannot change while a colour map is set.
+// - Leaving old-style JPEG compression keeps that codec's field methods on freed codec state in
+//   libtiff 4.5 (the next row read or written stops the host): the compression of an old-style
+//   JPEG image cannot change.
+void InstallFieldGuards();
 
 }  // namespace tqv
 

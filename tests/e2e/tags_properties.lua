@@ -177,6 +177,39 @@ T.group("Setters", function()
     a.JPEGQuality = 50  -- not a JPEG image: libtiff reports an unknown tag
     T.truthy(errors >= 1, "error delivered to a")
   end)
+  -- Leaving old-style JPEG used to stop the host at the next row read or written (libtiff 4.5
+  -- keeps that codec's field handling on its freed state).
+  T.test("the compression of an old-style JPEG image stays, read or created", function()
+    local path = T.tmpfile("ojpeg_copy.tif")
+    local out = assert(io.open(path, "wb"))
+    out:write(T.read_bytes(T.testdata("libtiff/images/ojpeg_chewey_subsamp21_multi_strip.tiff")))
+    out:close()
+    local messages = {}
+    local function session(t)
+      t.Error = function(self, module, message) messages[#messages + 1] = module .. ": " .. message end
+      return t
+    end
+    local t = session(TiffPictureTQV())
+    T.eq(t:Open(FolderItem(path), "r+"), true)
+    t.Compression = 1
+    T.eq(t.Compression, 6, "the property keeps old-style JPEG")
+    T.eq(t:SetFieldInteger(259, 5), false)
+    T.eq(t:SetFieldShort(259, 1), false)
+    T.eq(messages[1], "Compression: Cannot change the compression of an old-style JPEG image")
+    T.eq(#messages, 3)
+    T.truthy(t:Scanline(0), "a row still reads")
+    t.Pict = NewPicture(392, 575)
+    T.eq(t:WriteRGB(), false, "old-style JPEG cannot be written")
+    t:Close()
+    local made = session(TiffPictureTQV())
+    T.eq(made:CreateString(0), true)
+    made.Pict = NewPicture(10, 10)
+    made.Compression = 6
+    made.Compression = 65535
+    T.eq(made.Compression, 6)
+    T.eq(made:WriteRGB(), false)
+    made:Close()
+  end)
 end)
 
 T.finish()
