@@ -24,32 +24,6 @@ constexpr uint64_t kMaxPixels = uint64_t{1} << 28;
 // One strip or tile buffer at most; libtiff's own per-allocation bound is the same.
 constexpr uint64_t kMaxChunkBytes = uint64_t{256} << 20;
 
-// ---- Messages --------------------------------------------------------------------------------
-
-// libtiff's handlers are process-wide. While the direct read runs, every message is only
-// counted: a read that made libtiff say anything is declined, and the raster path then delivers
-// the messages exactly as it always has.
-int messageCount = 0;
-
-void CountMessage(const char*, const char*, va_list) {
-    ++messageCount;
-}
-
-struct QuietMessages {
-    TIFFErrorHandler error;
-    TIFFErrorHandler warning;
-    QuietMessages() : error(TIFFSetErrorHandler(CountMessage)), warning(TIFFSetWarningHandler(CountMessage)) {
-        messageCount = 0;
-    }
-    ~QuietMessages() {
-        TIFFSetErrorHandler(error);
-        TIFFSetWarningHandler(warning);
-    }
-    QuietMessages(const QuietMessages&) = delete;
-    QuietMessages& operator=(const QuietMessages&) = delete;
-    bool Silent() const { return messageCount == 0; }
-};
-
 // ---- Sources: the file's samples as libtiff's RGBA words ---------------------------------------
 
 // Copies of the tables libtiff's RGBA setup built for this image, so every value is libtiff's.
@@ -316,6 +290,28 @@ Buffer AllocateChunk(uint64_t bytes) {
 }
 
 }  // namespace
+
+namespace {
+int gMessageCount = 0;
+
+void CountMessage(const char*, const char*, va_list) {
+    ++gMessageCount;
+}
+}  // namespace
+
+QuietMessages::QuietMessages()
+    : error_(TIFFSetErrorHandler(CountMessage)), warning_(TIFFSetWarningHandler(CountMessage)) {
+    gMessageCount = 0;
+}
+
+QuietMessages::~QuietMessages() {
+    TIFFSetErrorHandler(error_);
+    TIFFSetWarningHandler(warning_);
+}
+
+bool QuietMessages::Silent() const {
+    return gMessageCount == 0;
+}
 
 bool OldStyleLzw(TIFF* tiff, uint32_t chunk) {
     uint16_t compression = 0;

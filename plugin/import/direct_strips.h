@@ -33,6 +33,22 @@ enum class MaskPlace { Separate, InPict };
 // yield could close `tiff`.
 bool ReadDirect(TIFF* tiff, DirectPictures& out, MaskPlace place = MaskPlace::Separate);
 
+// libtiff's handlers are process-wide. While a read that may decline runs, every message is only
+// counted: a read that made libtiff say anything is declined, and libtiff's own path then
+// delivers the messages exactly as it always has. Not nested: each one starts the count afresh.
+class QuietMessages {
+  public:
+    QuietMessages();
+    ~QuietMessages();
+    QuietMessages(const QuietMessages&) = delete;
+    QuietMessages& operator=(const QuietMessages&) = delete;
+    bool Silent() const;
+
+  private:
+    TIFFErrorHandler error_;
+    TIFFErrorHandler warning_;
+};
+
 // libtiff's LZW decoder warns about old-style codes only when the first strip or tile it decodes
 // for a handle is one: a read that declines after it swallowed that warning could not give it
 // back. So a read that may decline stops before it decodes such a chunk (found as libtiff finds

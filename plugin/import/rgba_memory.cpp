@@ -165,33 +165,6 @@ static_assert(std::endian::native == std::endian::little, "packed words assume a
 
 enum class Packing { None, Rgb, Rgba };
 
-// libtiff's handlers are process-wide: during an attempt every message is only counted, and a
-// counted message sends the rectangle back to libtiff, which then reports it as usual.
-int gMessagesDuringAttempt = 0;
-
-void CountMessage(const char*, const char*, va_list) {
-    ++gMessagesDuringAttempt;
-}
-
-class QuietMessages {
-  public:
-    QuietMessages()
-        : error_(TIFFSetErrorHandler(CountMessage)), warning_(TIFFSetWarningHandler(CountMessage)) {
-        gMessagesDuringAttempt = 0;
-    }
-    ~QuietMessages() {
-        TIFFSetErrorHandler(error_);
-        TIFFSetWarningHandler(warning_);
-    }
-    QuietMessages(const QuietMessages&) = delete;
-    QuietMessages& operator=(const QuietMessages&) = delete;
-    bool Silent() const { return gMessagesDuringAttempt == 0; }
-
-  private:
-    TIFFErrorHandler error_;
-    TIFFErrorHandler warning_;
-};
-
 // A strip or tile buffer larger than libtiff itself may allocate for the handle is left to libtiff.
 constexpr uint64_t kMaxStripBytes = uint64_t{256} << 20;
 
