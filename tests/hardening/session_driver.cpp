@@ -246,7 +246,7 @@ Value Session::Get(std::string_view property) {
 }
 
 void Session::Set(std::string_view property, const Value& value) {
-    Trace("set ", property, {Arg{value, false}});
+    if (gTrace) Trace("set ", property, {Arg{value, false}});
     const tqvhost::Property* p = PluginClass().findProperty(property);
     if (p == nullptr) DriverMistake(std::string("no property ") + std::string(property));
     tqvhost::setProperty(object(), *p, value);
