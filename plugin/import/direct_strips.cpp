@@ -9,6 +9,11 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <type_traits>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "bridge/handles.h"
 #include "bridge/services.h"
@@ -137,16 +142,110 @@ PairConverter ForLayout(int32_t pixelType) {
     }
 }
 
-PairConverter PickConverter(Source source, int32_t pixelType) {
+#if defined(__x86_64__)
+// Byte shuffles for four pixels a step where the processor has SSSE3 (every x86-64 processor of
+// the last fifteen years): a scalar loop spends two 4-byte stores a pixel, more than the memory
+// it writes costs. Index -1 gives a zero byte; the constants below then set what must be 255.
+// The colour word's bytes from pixel k's samples s0, s1, s2 at k * Samples.
+template <int Samples, typename Colour>
+[[gnu::target("ssse3")]] __m128i ColourShuffle() {
+    constexpr int n = Samples;
+    if constexpr (std::is_same_v<Colour, ColourXRGB>)  // 255, R, G, B: 0 here, then or'ed with 255
+        return _mm_setr_epi8(-1, 0, 1, 2, -1, n, n + 1, n + 2, -1, 2 * n, 2 * n + 1, 2 * n + 2, -1, 3 * n,
+                             3 * n + 1, 3 * n + 2);
+    else  // B, G, R, 0
+        return _mm_setr_epi8(2, 1, 0, -1, n + 2, n + 1, n, -1, 2 * n + 2, 2 * n + 1, 2 * n, -1, 3 * n + 2,
+                             3 * n + 1, 3 * n, -1);
+}
+
+// The mask word's V bytes from the alpha sample (fourth): 255 - A is A with every bit flipped.
+template <typename Colour>
+[[gnu::target("ssse3")]] __m128i AlphaShuffle() {
+    if constexpr (std::is_same_v<Colour, ColourXRGB>)  // 255, V, V, V
+        return _mm_setr_epi8(-1, 3, 3, 3, -1, 7, 7, 7, -1, 11, 11, 11, -1, 15, 15, 15);
+    else  // V, V, V, 0
+        return _mm_setr_epi8(3, 3, 3, -1, 7, 7, 7, -1, 11, 11, 11, -1, 15, 15, 15, -1);
+}
+
+// Unassociated alpha: each colour sample times alpha, (v * a + 127) / 255, in 16-bit lanes
+// ((x + 1 + (x >> 8)) >> 8 is x / 255 for every x this can be). The alpha bytes come out as
+// a * a / 255; the colour shuffle leaves them out.
+[[gnu::target("ssse3")]] inline __m128i Premultiplied(__m128i samples) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i bias = _mm_set1_epi16(127);
+    const __m128i one = _mm_set1_epi16(1);
+    const auto half = [&](__m128i v) {
+        const __m128i alpha = _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, 0xFF), 0xFF);
+        const __m128i x = _mm_add_epi16(_mm_mullo_epi16(v, alpha), bias);
+        return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(x, one), _mm_srli_epi16(x, 8)), 8);
+    };
+    return _mm_packus_epi16(half(_mm_unpacklo_epi8(samples, zero)), half(_mm_unpackhi_epi8(samples, zero)));
+}
+
+template <typename S, typename Colour, typename Mask>
+[[gnu::target("ssse3")]] void ConvertShuffled(uint8_t* pict, uint8_t* mask, const uint8_t* in, uint32_t count,
+                                              const Tables& t) {
+    constexpr bool kXrgb = std::is_same_v<Colour, ColourXRGB>;
+    const __m128i colourBytes = ColourShuffle<S::kSamples, Colour>();
+    const __m128i colourSet = _mm_set1_epi32(kXrgb ? 0xFF : 0);
+    const __m128i alphaBytes = AlphaShuffle<Colour>();
+    const __m128i alphaFlip = _mm_set1_epi32(kXrgb ? -1 : 0x00FFFFFF);
+    const __m128i opaqueMask = _mm_set1_epi32(static_cast<int>(Mask::Word(0xFF000000u)));
+    // A 16-byte load reads 12 bytes of three-sample pixels: it runs while 16 bytes remain.
+    constexpr uint32_t kReach = S::kSamples == 3 ? 6 : 4;
+    uint32_t x = 0;
+    for (; x + kReach <= count; x += 4, in += 4 * S::kSamples) {
+        const __m128i samples = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+        __m128i colourSamples = samples;
+        if constexpr (std::is_same_v<S, SourceRgbua>) colourSamples = Premultiplied(samples);
+        const __m128i colour = _mm_or_si128(_mm_shuffle_epi8(colourSamples, colourBytes), colourSet);
+        __m128i maskWords = opaqueMask;
+        if constexpr (!S::kOpaque) maskWords = _mm_xor_si128(_mm_shuffle_epi8(samples, alphaBytes), alphaFlip);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(pict + size_t{x} * 4), colour);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(mask + size_t{x} * 4), maskWords);
+    }
+    ConvertPair<S, Colour, Mask>(pict + size_t{x} * 4, mask + size_t{x} * 4, in, count - x, t);
+}
+
+// The shuffled converter for sources whose samples are the colour as they stand.
+template <typename S>
+PairConverter Shuffled(int32_t pixelType) {
+    static const bool ssse3 = __builtin_cpu_supports("ssse3");
+    if (!ssse3) return nullptr;
+    switch (pixelType) {
+        case kPixelTypeXRGB:
+            return ConvertShuffled<S, ColourXRGB, MaskXRGB>;
+        case kPixelTypeBGRX:
+            return ConvertShuffled<S, ColourBGRX, MaskBGRX>;
+        default:
+            return nullptr;
+    }
+}
+#else
+template <typename S>
+PairConverter Shuffled(int32_t) {
+    return nullptr;
+}
+#endif
+
+template <typename S>
+PairConverter Fastest(int32_t pixelType) {
+    const PairConverter shuffled = Shuffled<S>(pixelType);
+    return shuffled != nullptr ? shuffled : ForLayout<S>(pixelType);
+}
+
+// `premultiplyByFormula`: libtiff's premultiplication table for this image is (v * a + 127) / 255,
+// which the shuffled converter computes instead of looking it up.
+PairConverter PickConverter(Source source, int32_t pixelType, bool premultiplyByFormula) {
     switch (source) {
         case Source::Rgb:
-            return ForLayout<SourceRgb>(pixelType);
+            return Fastest<SourceRgb>(pixelType);
         case Source::Rgbx:
-            return ForLayout<SourceRgbx>(pixelType);
+            return Fastest<SourceRgbx>(pixelType);
         case Source::Rgba:
-            return ForLayout<SourceRgba>(pixelType);
+            return Fastest<SourceRgba>(pixelType);
         case Source::Rgbua:
-            return ForLayout<SourceRgbua>(pixelType);
+            return premultiplyByFormula ? Fastest<SourceRgbua>(pixelType) : ForLayout<SourceRgbua>(pixelType);
         case Source::Lut:
             return ForLayout<SourceLut>(pixelType);
     }
@@ -157,6 +256,7 @@ PairConverter PickConverter(Source source, int32_t pixelType) {
 
 struct Layout {
     Source source = Source::Rgb;
+    bool premultiplyByFormula = false;
     uint32_t samples = 0;
     uint32_t width = 0;
     uint32_t height = 0;
@@ -204,6 +304,13 @@ Source RgbSource(const TIFFRGBAImage& image) {
     return Source::Rgbx;
 }
 
+bool IsPremultiplyFormula(const uint8_t* uaToAa) {
+    for (uint32_t alpha = 0; alpha < 256; ++alpha)
+        for (uint32_t value = 0; value < 256; ++value)
+            if (uaToAa[alpha << 8 | value] != (value * alpha + 127) / 255) return false;
+    return true;
+}
+
 // Reads the decision and the tables out of libtiff's RGBA setup for this image.
 bool TakeSetup(const TIFFRGBAImage& image, Layout& layout) {
     if (!image.isContig || image.bitspersample != 8 || image.orientation != ORIENTATION_TOPLEFT) return false;
@@ -220,6 +327,7 @@ bool TakeSetup(const TIFFRGBAImage& image, Layout& layout) {
             if (layout.source != Source::Rgbua) return true;
             if (image.UaToAa == nullptr) return false;
             std::memcpy(t.uaToAa, image.UaToAa, sizeof t.uaToAa);
+            layout.premultiplyByFormula = IsPremultiplyFormula(t.uaToAa);
             return true;
         case PHOTOMETRIC_MINISBLACK:
         case PHOTOMETRIC_MINISWHITE:
@@ -410,7 +518,7 @@ bool MakeTarget(const Layout& layout, MaskPlace place, Target& target, bool* unm
     const PictureWriter& made = target.hasPict ? target.pict : target.mask;
     const int32_t pixelType = target.hasPict || target.hasMask ? made.pixelType : kPixelTypeXRGB;
     target.bytesPerPixel = pixelType == kPixelTypeRGB ? 3 : 4;
-    target.convert = PickConverter(layout.source, pixelType);
+    target.convert = PickConverter(layout.source, pixelType, layout.premultiplyByFormula);
     target.tables = layout.tables.get();
     return target.convert != nullptr;
 }

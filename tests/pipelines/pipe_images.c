@@ -311,6 +311,53 @@ static void make_rgba(const char* dir) {
     TIFFClose(t);
 }
 
+/* 8-bit R, G, B and a fourth sample of the given kind, 257 × 256: pixel (x, y) is
+ * R = x mod 256, G = 255 - R, B = (7x + y) mod 256, fourth = y, so every colour value meets every
+ * alpha value, and rows of 257 pixels end off every vector width. */
+static void write_alpha(const char* dir, const char* name, uint16_t extra, uint16_t compression,
+                        uint32_t rows_per_strip) {
+    enum { kWidth = 257, kHeight = 256 };
+    const struct image im = {name, kWidth, kHeight, 8, 4, PHOTOMETRIC_RGB, compression, 0, 0, 0, rows_per_strip};
+    char path[4096];
+    snprintf(path, sizeof path, "%s/%s", dir, name);
+    TIFF* t = TIFFOpen(path, "w");
+    if (!t) die("%s: cannot create", path);
+    set_common(t, &im);
+    TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, &extra);
+    static uint8_t rows[kHeight][kWidth * 4];
+    for (uint32_t y = 0; y < kHeight; ++y) {
+        for (uint32_t x = 0; x < kWidth; ++x) {
+            uint8_t* p = rows[y] + x * 4;
+            p[0] = (uint8_t)x;
+            p[1] = (uint8_t)(255u - (x & 255u));
+            p[2] = (uint8_t)(7u * x + y);
+            p[3] = (uint8_t)y;
+        }
+    }
+    if (rows_per_strip) {
+        for (uint32_t y = 0; y < kHeight; ++y)
+            if (TIFFWriteScanline(t, rows[y], y, 0) != 1) die("%s: row %u not written", name, y);
+    } else {
+        static uint8_t tile[64 * 64 * 4];
+        for (uint32_t ty = 0; ty < kHeight; ty += 64) {
+            for (uint32_t tx = 0; tx < kWidth; tx += 64) {
+                memset(tile, 0, sizeof tile);
+                const uint32_t n = kWidth - tx < 64 ? kWidth - tx : 64;
+                for (uint32_t y = 0; y < 64; ++y) memcpy(tile + y * 256, rows[ty + y] + tx * 4, n * 4);
+                if (TIFFWriteTile(t, tile, tx, ty, 0, 0) < 0) die("%s: tile not written", name);
+            }
+        }
+    }
+    TIFFClose(t);
+}
+
+static void make_alpha(const char* dir) {
+    write_alpha(dir, "alpha_unassoc.tif", EXTRASAMPLE_UNASSALPHA, COMPRESSION_NONE, 16);
+    write_alpha(dir, "alpha_unassoc_tiled.tif", EXTRASAMPLE_UNASSALPHA, COMPRESSION_LZW, 0);
+    write_alpha(dir, "alpha_assoc.tif", EXTRASAMPLE_ASSOCALPHA, COMPRESSION_LZW, 7);
+    write_alpha(dir, "alpha_unspecified.tif", EXTRASAMPLE_UNSPECIFIED, COMPRESSION_NONE, 0);
+}
+
 /* Three rows of four grey bytes each, for the mirror exchange: file A rows 10.., B rows 20... */
 static void make_mirror(const char* dir) {
     const char* names[2] = {"mirror_a.tif", "mirror_b.tif"};
@@ -414,6 +461,7 @@ int main(int argc, char** argv) {
         make_lookup(argv[2]);
         make_rgba(argv[2]);
         make_mirror(argv[2]);
+        make_alpha(argv[2]);
         return 0;
     }
     if (argc == 4 && strcmp(argv[1], "rgba") == 0) return rgba(argv[2], argv[3], 0, 0, 0);
