@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """Prints tqv_bench's JSON output as the tables of docs/performance.md.
 
-    bench/report.py BENCH.json [--markdown]
+    bench/report.py BENCH.json [--markdown] [--ratio-from NAME=OTHER.json ...]
 
 Every benchmark labels itself "operation|image|ratio target|peak target MB" (targets may be
 empty). A benchmark "X" is paired with "X_Floor" (the same work through libtiff's plain API)
 and compared with "X_Peer_<loader>" runs of the same image (other loaders). Times are the median
 of the repetitions' process CPU time; peak memory is the largest rise of the resident set during
-one iteration.
+one iteration. Each --ratio-from adds a column "ratio, NAME" with the ratios of another run of
+the same benchmarks (the same binary under another machine setting, say).
 """
 import json
 import sys
@@ -77,25 +78,33 @@ class Table:
         print()
 
 
-def main(path, markdown):
+def floor_of(runs, name):
+    base, args = split(name)
+    return runs.get(f"{base}_Floor/{args}" if args else f"{base}_Floor")
+
+
+def ratio_of(runs, name):
+    run, floor = runs.get(name), floor_of(runs, name)
+    a, f = ms(run), ms(floor)
+    return a / f if a is not None and f else None
+
+
+def main(path, markdown, others):
     runs = load(path)
     ours = [(n, r) for n, r in runs.items() if "_Floor" not in split(n)[0] and "_Peer_" not in split(n)[0]]
+    other_runs = [(title, load(other)) for title, other in others]
 
-    def floor_of(name):
-        base, args = split(name)
-        return runs.get(f"{base}_Floor/{args}" if args else f"{base}_Floor")
-
-    floors = Table(markdown, ["operation", "image", "ours ms", "floor ms", "ratio", "ratio target", "peak MB",
-                              "peak target", "floor peak MB"],
-                   [False, False, True, True, True, False, True, False, True])
+    floors = Table(markdown, ["operation", "image", "ours ms", "floor ms", "ratio", "ratio target"] +
+                   [f"ratio, {title}" for title, _ in other_runs] + ["peak MB", "peak target", "floor peak MB"],
+                   [False, False, True, True, True, False] + [True] * len(other_runs) + [True, False, True])
     for name, run in ours:
-        floor = floor_of(name)
+        floor = floor_of(runs, name)
         if floor is None:
             continue
         op, image, target, peak_target = label(run)
-        a, f = ms(run), ms(floor)
-        ratio = a / f if a is not None and f else None
-        floors.add(op, image, number(a), number(f), number(ratio, 2), verdict(ratio, target),
+        ratio = ratio_of(runs, name)
+        floors.add(op, image, number(ms(run)), number(ms(floor)), number(ratio, 2), verdict(ratio, target),
+                   *(number(ratio_of(other, name), 2) for _, other in other_runs),
                    number(run.get("peak_MB")), verdict(run.get("peak_MB"), peak_target), number(floor.get("peak_MB")))
     floors.show()
 
@@ -115,7 +124,7 @@ def main(path, markdown):
     alone = Table(markdown, ["operation", "image", "ours ms", "peak MB", "peak target", "other"],
                   [False, False, True, True, False, False])
     for name, run in ours:
-        if floor_of(name) is not None:
+        if floor_of(runs, name) is not None:
             continue
         op, image, _, peak_target = label(run)
         extra = "  ".join(f"{k} {v:.0f}" for k, v in run.items() if k.startswith("ns_per"))
@@ -125,4 +134,6 @@ def main(path, markdown):
 
 
 if __name__ == "__main__":
-    main(sys.argv[1], "--markdown" in sys.argv[2:])
+    options = sys.argv[2:]
+    others = [tuple(options[i + 1].split("=", 1)) for i, o in enumerate(options) if o == "--ratio-from"]
+    main(sys.argv[1], "--markdown" in options, others)
