@@ -11,7 +11,6 @@ namespace tqvhost {
 MemoryBlockHandle::MemoryBlockHandle(int32_t size) : Handle(Kind::MemoryBlock), size_(size < 0 ? 0 : size) {
     owned_.reset(static_cast<uint8_t*>(std::calloc(static_cast<size_t>(size_) + 1, 1)));
     if (!owned_) throw std::bad_alloc();
-    adviseHugePages(owned_.get(), static_cast<size_t>(size_));
 }
 
 MemoryBlockHandle::MemoryBlockHandle(const void* foreign)

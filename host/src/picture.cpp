@@ -1,8 +1,6 @@
 // Picture handles and the picture services.
 #include "tqvhost/picture.h"
 
-#include <sys/mman.h>
-
 #include <cstddef>
 #include <cstring>
 #include <new>
@@ -40,15 +38,6 @@ uint8_t expand5(unsigned v) {
 void PixelBytes::assign(size_t size, uint8_t) {
     bytes_.reset(static_cast<uint8_t*>(std::calloc(size > 0 ? size : 1, 1)));
     if (!bytes_) throw std::bad_alloc();
-    adviseHugePages(bytes_.get(), size);
-}
-
-void adviseHugePages(void* block, size_t size) {
-    constexpr size_t kPage = 4096, kHugePage = size_t{2} << 20;
-    if (block == nullptr || size < kHugePage) return;
-    const auto start = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~(kPage - 1);
-    const auto end = (reinterpret_cast<uintptr_t>(block) + size) & ~(kPage - 1);
-    if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
 }
 
 PictureHandle::PictureHandle(int32_t width, int32_t height, int32_t depth, PictureBackend backend)

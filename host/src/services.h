@@ -30,10 +30,6 @@ ffi_type* ffiTypeOf(TypeKind kind);
 // True when fault injection makes this allocation of `kind` fail (fault_injection.cpp).
 bool injectFailure(std::string_view kind);
 
-// Asks the kernel to back a large fresh allocation with huge pages, so that filling it costs a
-// few faults instead of one per 4 KiB page. A hint only; small blocks are left alone.
-void adviseHugePages(void* block, size_t size);
-
 template <class F>
 void* service(F f) {
     return reinterpret_cast<void*>(f);

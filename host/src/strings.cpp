@@ -182,7 +182,6 @@ bool PluginGetStringData(REALstring s, uint32_t encoding, REALstringData* out) {
         }
         auto* copy = static_cast<char*>(std::malloc(bytes.size() + 4));
         if (!copy) return false;
-        adviseHugePages(copy, bytes.size());
         std::memcpy(copy, bytes.data(), bytes.size());
         std::memset(copy + bytes.size(), 0, 4);
         *out = REALstringData{copy, static_cast<int32_t>(bytes.size()), resultEncoding};

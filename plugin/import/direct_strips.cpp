@@ -493,8 +493,12 @@ bool MakeMaskInPict(int32_t w, int32_t h, Target& target, bool* unmade) {
     const PictureRef made = PictureRef::Steal(REALNewPicture(w, h, 32));
     const PictureRef ownMask = made ? PictureRef::Steal(REALGetPictureMask(made.get(), true)) : PictureRef();
     if (!ownMask) return *unmade = true, false;
-    return target.pict.GetPictureEditor(made.get(), false, true) &&
-           target.mask.GetPictureEditor(ownMask.get(), false, true);
+    if (!target.pict.GetPictureEditor(made.get(), false, true) ||
+        !target.mask.GetPictureEditor(ownMask.get(), false, true))
+        return false;
+    target.pict.AdviseFreshPixels();
+    target.mask.AdviseFreshPixels();
+    return true;
 }
 
 bool MakeTarget(const Layout& layout, MaskPlace place, Target& target, bool* unmade) {

@@ -1,6 +1,5 @@
 #include "import/full_colour.h"
 
-#include <sys/mman.h>
 #include <tiffio.h>
 
 #include <bit>
@@ -15,6 +14,7 @@
 #include "import/direct_strips.h"
 #include "import/rgba_layouts.h"
 #include "picture/picture_editor.h"
+#include "platform/page_advice.h"
 #include "session/messages.h"
 #include "session/tiff_data.h"
 
@@ -109,17 +109,6 @@ struct RgbaImage {
     }
 };
 
-// A raster of many MiB is written once from start to end: with huge pages it costs a fault per
-// 2 MiB instead of per 4 KiB. Only a hint; the pages are still untouched here.
-void PreferHugePages(void* bytes, size_t size) {
-    constexpr uintptr_t kPage = 4096;
-    constexpr size_t kHugePage = size_t{2} << 20;
-    if (size < kHugePage) return;
-    const uintptr_t start = (reinterpret_cast<uintptr_t>(bytes) + kPage - 1) & ~(kPage - 1);
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(bytes) + size) & ~(kPage - 1);
-    if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
-}
-
 bool Allocate(Raster& raster, uint32_t width, uint32_t height) {
     const uint64_t pixels = uint64_t{width} * height;
     if (pixels == 0 || pixels > kMaxRasterPixels) return false;
@@ -129,7 +118,7 @@ bool Allocate(Raster& raster, uint32_t width, uint32_t height) {
     raster.width = width;
     raster.height = height;
     if (raster.pixels == nullptr) return false;
-    PreferHugePages(raster.pixels.get(), static_cast<size_t>(pixels) * 4);
+    AdviseWholeWrite(raster.pixels.get(), static_cast<size_t>(pixels) * 4);
     return true;
 }
 

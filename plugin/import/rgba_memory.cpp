@@ -22,6 +22,7 @@
 #include "bridge/services.h"
 #include "bridge/values.h"
 #include "import/direct_strips.h"
+#include "platform/page_advice.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -74,6 +75,7 @@ Raster NewRaster(int64_t bytes) {
     void* data = raster.block ? REALMemoryBlockGetPtr(raster.block.get()) : nullptr;
     if (data == nullptr || reinterpret_cast<uintptr_t>(data) % alignof(uint32_t) != 0) return {};
     raster.pixels = static_cast<uint32_t*>(data);
+    AdviseWholeWrite(data, static_cast<size_t>(bytes));
     return raster;
 }
 

@@ -7,6 +7,7 @@
 #include "bridge/services.h"
 #include "picture/composition.h"
 #include "platform/frameworks.h"
+#include "platform/page_advice.h"
 
 namespace tqv {
 
@@ -270,11 +271,20 @@ REALpicture PictureEditor::RenderPictureWriter() {
     return result;
 }
 
+void PictureEditor::AdviseFreshPixels() const {
+    if (baseAddress == nullptr || rowBytes <= 0 || height < 1) return;
+    const size_t stride = static_cast<size_t>(rowBytes);
+    const size_t last = static_cast<size_t>(height - 1) * stride;
+    if (rowTable != nullptr && rowTable[height - 1] != baseAddress + last) return;
+    AdviseWholeWrite(baseAddress, last + stride);
+}
+
 bool PictureWriter::NewPictureWriter(int32_t w, int32_t h) {
     if (w < 1 || w > kMaxWriterSide || h < 1 || h > kMaxWriterSide) return false;
     const PictureRef made = PictureRef::Steal(REALNewPicture(w, h, 32));
-    if (!made) return false;
-    return GetPictureEditor(made.get(), false, true);
+    if (!made || !GetPictureEditor(made.get(), false, true)) return false;
+    AdviseFreshPixels();
+    return true;
 }
 
 }  // namespace tqv

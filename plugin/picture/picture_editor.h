@@ -45,6 +45,9 @@ class PictureEditor {
     REALpicture RenderPictureWriter();
     // Releases everything held; the editor can be used again.
     void clear();
+    // For a picture just made, about to be written whole: the memory hint of AdviseWholeWrite
+    // (platform/page_advice.h) when its rows lie one after another.
+    void AdviseFreshPixels() const;
 
     int32_t rowBytes = 0;
     int32_t width = 0;
