@@ -146,6 +146,7 @@ PairConverter ForLayout(int32_t pixelType) {
 // Byte shuffles for four pixels a step where the processor has SSSE3 (every x86-64 processor of
 // the last fifteen years): a scalar loop spends two 4-byte stores a pixel, more than the memory
 // it writes costs. Index -1 gives a zero byte; the constants below then set what must be 255.
+
 // The colour word's bytes from pixel k's samples s0, s1, s2 at k * Samples.
 template <int Samples, typename Colour>
 [[gnu::target("ssse3")]] __m128i ColourShuffle() {
@@ -207,7 +208,7 @@ template <typename S, typename Colour, typename Mask>
     ConvertPair<S, Colour, Mask>(pict + size_t{x} * 4, mask + size_t{x} * 4, in, count - x, t);
 }
 
-// The shuffled converter for sources whose samples are the colour as they stand.
+// The shuffled converter for the picture layout, where the processor has SSSE3; nil otherwise.
 template <typename S>
 PairConverter Shuffled(int32_t pixelType) {
     static const bool ssse3 = __builtin_cpu_supports("ssse3");
