@@ -7,6 +7,8 @@
 #include <cstring>
 #include <new>
 
+#include "platform/page_advice.h"
+
 namespace tqv {
 
 struct RelocatableBlock {
@@ -27,7 +29,10 @@ size_t PageRound(size_t size) {
 
 void* MapZeroed(size_t capacity) {
     void* p = mmap(nullptr, capacity, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return p == MAP_FAILED ? nullptr : p;
+    if (p == MAP_FAILED) return nullptr;
+    // Large blocks are output buffers, filled from start to end as they grow.
+    AdviseWholeWrite(p, capacity);
+    return p;
 }
 
 }  // namespace
@@ -55,6 +60,7 @@ bool ResizeRelocatable(RelocatableBlock* block, size_t size) {
     const int flags = block->pins > 0 ? 0 : MREMAP_MAYMOVE;
     void* bytes = mremap(block->bytes, block->capacity, capacity, flags);
     if (bytes == MAP_FAILED) return false;
+    AdviseWholeWrite(bytes, capacity);
     block->bytes = bytes;
     block->capacity = capacity;
     block->size = size;
