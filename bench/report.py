@@ -108,15 +108,22 @@ def main(path, markdown, others):
                    number(run.get("peak_MB")), verdict(run.get("peak_MB"), peak_target), number(floor.get("peak_MB")))
     floors.show()
 
-    # Peers are matched by their arguments: every operation run with the same arguments (the
-    # same image file) is compared with them.
+    # Peers are matched by their arguments (the same image file): an operation is compared with
+    # its own peers "X_Peer_<loader>" where there are some (the same bytes taken the same way),
+    # else with any peer run with the same arguments.
     peers = sorted({split(n)[0].partition("_Peer_")[2] for n in runs if "_Peer_" in n})
-    by_args = {(split(n)[0].partition("_Peer_")[2], split(n)[1]): r for n, r in runs.items() if "_Peer_" in n}
+    by_args, own = {}, {}
+    for n, r in runs.items():
+        if "_Peer_" in n:
+            base, _, peer = split(n)[0].partition("_Peer_")
+            by_args.setdefault((peer, split(n)[1]), r)
+            own[(base, peer, split(n)[1])] = r
     against = Table(markdown, ["operation", "image", "ours ms"] + [p + " ms" for p in peers],
                     [False, False, True] + [True] * len(peers))
     for name, run in ours:
         op, image, _, _ = label(run)
-        cells = [by_args.get((p, split(name)[1])) for p in peers]
+        base, args = split(name)
+        cells = [own.get((base, p, args)) or by_args.get((p, args)) for p in peers]
         if any(cells):
             against.add(op, image, number(ms(run)), *(number(ms(c)) for c in cells))
     against.show()
