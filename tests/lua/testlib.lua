@@ -130,6 +130,23 @@ function T.testdata_files()
   return files
 end
 
+-- Records every Warning and Error event of session `t`, in order. Returns take(): the messages
+-- since the last take, "W module: message" or "E module: message" joined by " | ".
+function T.message_log(t)
+  local messages = {}
+  local function recorder(kind)
+    return function(self, module, message)
+      messages[#messages + 1] = kind .. " " .. tostring(module) .. ": " .. tostring(message)
+    end
+  end
+  t.Warning, t.Error = recorder("W"), recorder("E")
+  return function()
+    local text = table.concat(messages, " | ")
+    messages = {}
+    return text
+  end
+end
+
 function T.read_bytes(path)
   local f = assert(io.open(path, "rb")); local s = f:read("a"); f:close(); return s
 end

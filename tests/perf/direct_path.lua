@@ -27,16 +27,10 @@ local function read_file(rel, n, prefix)
   local pict, mask = "nil", "nil"
   -- Every Error and Warning event of the read, in order: a direct read that declines must not
   -- have swallowed a message that libtiff gives only once for a handle.
-  local events = {}
-  local function recorder(kind)
-    return function(self, module, message)
-      events[#events + 1] = kind .. " " .. tostring(module) .. ": " .. tostring(message)
-    end
-  end
-  t.Warning, t.Error = recorder("W"), recorder("E")
+  local messages = T.message_log(t)
   if t:Open(FolderItem(T.testdata(rel))) then
-    events = {}  -- what opening said is not compared
-    result = tostring(t:ReadRGB()) .. " [" .. table.concat(events, " | ") .. "]"
+    messages()  -- what opening said is not compared
+    result = tostring(t:ReadRGB()) .. " [" .. messages() .. "]"
     pict = save(t.Pict, string.format("%s/%s%04d_pict.png", FOLDER, prefix, n))
     mask = save(t.Mask, string.format("%s/%s%04d_mask.png", FOLDER, prefix, n))
   end

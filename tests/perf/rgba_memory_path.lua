@@ -19,20 +19,13 @@ end
 -- One line for a file: the two reads with the events each one raised.
 local function read_file(rel)
   local t = TiffPictureTQV()
-  local events = {}
-  local function recorder(kind)
-    return function(self, module, message)
-      events[#events + 1] = kind .. " " .. tostring(module) .. ": " .. tostring(message)
-    end
-  end
-  t.Warning, t.Error = recorder("W"), recorder("E")
+  local messages = T.message_log(t)
   if not t:Open(FolderItem(T.testdata(rel))) then return rel .. "\tunopened" end
   local fields = { rel }
   local function note(what, result)
-    fields[#fields + 1] = what .. " " .. result .. " [" .. table.concat(events, " | ") .. "]"
-    events = {}
+    fields[#fields + 1] = what .. " " .. result .. " [" .. messages() .. "]"
   end
-  events = {}  -- what opening said is not compared
+  messages()  -- what opening said is not compared
   local message = Ref(nil)
   local whole = t:ReadRGB(message)
   note("ReadRGB", size_of(whole) .. " '" .. tostring(message.value) .. "'")
