@@ -356,6 +356,9 @@ static void make_alpha(const char* dir) {
     write_alpha(dir, "alpha_unassoc_tiled.tif", EXTRASAMPLE_UNASSALPHA, COMPRESSION_LZW, 0);
     write_alpha(dir, "alpha_assoc.tif", EXTRASAMPLE_ASSOCALPHA, COMPRESSION_LZW, 7);
     write_alpha(dir, "alpha_unspecified.tif", EXTRASAMPLE_UNSPECIFIED, COMPRESSION_NONE, 0);
+    /* Lossy: read back against libtiff's own raster, not the pattern. */
+    write_alpha(dir, "alpha_jpeg.tif", EXTRASAMPLE_UNASSALPHA, COMPRESSION_JPEG, 16);
+    write_alpha(dir, "alpha_jpeg_tiled.tif", EXTRASAMPLE_UNASSALPHA, COMPRESSION_JPEG, 0);
 }
 
 /* Three rows of four grey bytes each, for the mirror exchange: file A rows 10.., B rows 20... */
