@@ -17,6 +17,10 @@
 //
 // ReadWithLUT with a full table (256 or 65536 colours) of a 4096 x 4096 grey image, 8 and 16
 // bits, against the same scanline loop; ours also fills a 64 MiB host picture.
+//
+// Those three also run "_FloorPixels": the floor loop of a program that makes the same 32-bit
+// pixels itself, into a malloc'ed buffer of the picture's size, with plain per-pixel code. It
+// measures what the plugin costs on top of work that any reader producing such pixels does.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -377,6 +381,47 @@ void ScanlineFloor(benchmark::State& state, const std::string& path, int64_t sid
     state.SetItemsProcessed(side * side * state.iterations());
 }
 
+// The floor loop of a program that uses libtiff directly and also makes the picture's pixels:
+// every row read as above, and rows (y, for every `step`-th y) turned by `expand(row, y, out)`
+// into 32-bit words in a fresh buffer of outWidth x outHeight, as plain per-pixel code.
+template <typename Expand>
+void ScanlinePixelsFloor(benchmark::State& state, const std::string& path, int64_t side, uint32_t step,
+                         Expand expand) {
+    TIFFSetWarningHandler(nullptr);
+    double peak = 0;
+    const size_t outWidth = (size_t(side) + step - 1) / step, outHeight = outWidth;
+    for (auto _ : state) {
+        ResetPeakMemory();
+        TIFF* tif = TIFFOpen(path.c_str(), "r");
+        auto* row = static_cast<uint8_t*>(_TIFFmalloc(TIFFScanlineSize(tif)));
+        auto* pixels = static_cast<uint32_t*>(std::malloc(outWidth * outHeight * 4));
+        bool ok = row != nullptr && pixels != nullptr;
+        for (uint32_t y = 0; ok && y < uint32_t(side); ++y) {
+            ok = TIFFReadScanline(tif, row, y, 0) == 1;
+            if (y % step == 0) expand(row, pixels + size_t(y / step) * outWidth);
+        }
+        if (!ok) state.SkipWithError("read failed");
+        benchmark::DoNotOptimize(pixels);
+        std::free(pixels);
+        _TIFFfree(row);
+        TIFFClose(tif);
+        peak = std::max(peak, PeakMemoryMB());
+    }
+    SetPeakMemoryCounter(state, peak);
+    state.SetItemsProcessed(side * side * state.iterations());
+}
+
+// Black and white as the picture holds them (bytes 255, 0, 0, 0 and 255, 255, 255, 255).
+constexpr uint32_t kBlackWord = 0x000000FF, kWhiteWord = 0xFFFFFFFF;
+
+// MinIsWhite, most significant bit first: a set bit is black.
+void BilevelPixelsFloor(benchmark::State& state, uint32_t step) {
+    ScanlinePixelsFloor(state, PageFile(state.range(0)), kPageSide, step, [step](const uint8_t* row, uint32_t* out) {
+        for (uint32_t x = 0, k = 0; x < kPageSide; x += step, ++k)
+            out[k] = (row[x >> 3] >> (7 - (x & 7)) & 1) != 0 ? kBlackWord : kWhiteWord;
+    });
+}
+
 void ReadBilevel(benchmark::State& state, const char* declaration, const char* operation) {
     Session session;
     const std::string& path = PageFile(state.range(0));
@@ -406,6 +451,12 @@ void ReadPreviewBW8192(benchmark::State& state) {
 void ReadPreviewBW8192_Floor(benchmark::State& state) {
     ScanlineFloor(state, PageFile(state.range(0)), kPageSide);
 }
+void ReadBW8192_FloorPixels(benchmark::State& state) {
+    BilevelPixelsFloor(state, 1);
+}
+void ReadPreviewBW8192_FloorPixels(benchmark::State& state) {
+    BilevelPixelsFloor(state, 8);
+}
 
 void BilevelFiles(benchmark::internal::Benchmark* b) {
     b->ArgName("compression")->Arg(COMPRESSION_NONE)->Arg(COMPRESSION_CCITTFAX4);
@@ -415,6 +466,8 @@ BENCHMARK(ReadBW8192)->Apply(BilevelFiles);
 BENCHMARK(ReadBW8192_Floor)->Apply(BilevelFiles);
 BENCHMARK(ReadPreviewBW8192)->Apply(BilevelFiles);
 BENCHMARK(ReadPreviewBW8192_Floor)->Apply(BilevelFiles);
+BENCHMARK(ReadBW8192_FloorPixels)->Apply(BilevelFiles);
+BENCHMARK(ReadPreviewBW8192_FloorPixels)->Apply(BilevelFiles);
 
 // A full table for `bits`-bit samples: a false-colour ramp, every entry distinct enough that the
 // loop cannot skip work.
@@ -452,12 +505,30 @@ void ReadWithLUT4096(benchmark::State& state) {
 void ReadWithLUT4096_Floor(benchmark::State& state) {
     ScanlineFloor(state, GreyFile(state.range(0)), kSide);
 }
+// The host's colours (&h00RRGGBB) as picture words: bytes 255, R, G, B.
+void ReadWithLUT4096_FloorPixels(benchmark::State& state) {
+    const Value table = FullTable(state.range(0));
+    std::vector<uint32_t> words(table.array.size());
+    for (size_t i = 0; i < words.size(); ++i) {
+        const auto c = static_cast<uint32_t>(table.array[i]);
+        words[i] = 0xFFu | (c >> 16 & 0xFFu) << 8 | (c >> 8 & 0xFFu) << 16 | (c & 0xFFu) << 24;
+    }
+    const bool wide = state.range(0) == 16;
+    ScanlinePixelsFloor(state, GreyFile(state.range(0)), kSide, 1, [&](const uint8_t* row, uint32_t* out) {
+        for (size_t x = 0; x < kSide; ++x) {
+            uint16_t sample = row[x];
+            if (wide) std::memcpy(&sample, row + 2 * x, 2);
+            out[x] = words[sample];
+        }
+    });
+}
 void GreyFiles(benchmark::internal::Benchmark* b) {
     b->ArgName("bits")->Arg(8)->Arg(16);
     b->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 }
 BENCHMARK(ReadWithLUT4096)->Apply(GreyFiles);
 BENCHMARK(ReadWithLUT4096_Floor)->Apply(GreyFiles);
+BENCHMARK(ReadWithLUT4096_FloorPixels)->Apply(GreyFiles);
 
 }  // namespace
 }  // namespace tqvbench

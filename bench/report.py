@@ -78,13 +78,13 @@ class Table:
         print()
 
 
-def floor_of(runs, name):
+def floor_of(runs, name, kind="_Floor"):
     base, args = split(name)
-    return runs.get(f"{base}_Floor/{args}" if args else f"{base}_Floor")
+    return runs.get(f"{base}{kind}/{args}" if args else f"{base}{kind}")
 
 
-def ratio_of(runs, name):
-    run, floor = runs.get(name), floor_of(runs, name)
+def ratio_of(runs, name, kind="_Floor"):
+    run, floor = runs.get(name), floor_of(runs, name, kind)
     a, f = ms(run), ms(floor)
     return a / f if a is not None and f else None
 
@@ -107,6 +107,19 @@ def main(path, markdown, others):
                    *(number(ratio_of(other, name), 2) for _, other in other_runs),
                    number(run.get("peak_MB")), verdict(run.get("peak_MB"), peak_target), number(floor.get("peak_MB")))
     floors.show()
+
+    # The floor of a program that also makes the same pixels itself.
+    pixels = Table(markdown, ["operation", "image", "ours ms", "floor + pixels ms", "ratio"] +
+                   [f"ratio, {title}" for title, _ in other_runs],
+                   [False, False, True, True, True] + [True] * len(other_runs))
+    for name, run in ours:
+        floor = floor_of(runs, name, "_FloorPixels")
+        if floor is None:
+            continue
+        op, image, _, _ = label(run)
+        pixels.add(op, image, number(ms(run)), number(ms(floor)), number(ratio_of(runs, name, "_FloorPixels"), 2),
+                   *(number(ratio_of(other, name, "_FloorPixels"), 2) for _, other in other_runs))
+    pixels.show()
 
     # Peers are matched by their arguments (the same image file): an operation is compared with
     # its own peers "X_Peer_<loader>" where there are some (the same bytes taken the same way),
