@@ -16,6 +16,7 @@
 #include "export/export_common.h"
 #include "export/pixel_words.h"
 #include "picture/picture_editor.h"
+#include "platform/vector_paths.h"
 #include "session/messages.h"
 #include "session/tiff_data.h"
 
@@ -119,7 +120,8 @@ template <int R, int G, int B, int Advance, bool WhiteIsOne>
 void PackRow(uint8_t* out, const uint8_t* in, int32_t count) {
     int32_t x = 0;
 #if defined(__SSE2__)
-    if constexpr (Advance == 4) x = PackWordsSse2<6 - R - G - B, WhiteIsOne>(out, in, count);
+    if constexpr (Advance == 4)
+        if (!PortablePathsOnly()) x = PackWordsSse2<6 - R - G - B, WhiteIsOne>(out, in, count);
 #endif
     for (; count - x >= kChunk; x += kChunk)
         PackChunk<R, G, B, Advance, WhiteIsOne>(out + x / 8, in + ptrdiff_t{x} * Advance, kChunk);

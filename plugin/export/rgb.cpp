@@ -13,6 +13,7 @@
 #include "bridge/memory.h"
 #include "export/pixel_words.h"
 #include "picture/picture_editor.h"
+#include "platform/vector_paths.h"
 #include "session/messages.h"
 #include "session/tiff_data.h"
 
@@ -162,8 +163,7 @@ template <int R, int G, int B>
 void PackedColourRow(uint8_t* out, const uint8_t* in, int32_t count) {
     int32_t x = 0;
 #if defined(__x86_64__)
-    static const bool ssse3 = __builtin_cpu_supports("ssse3");
-    if (ssse3) x = PackedColourRowSsse3<R, G, B>(out, in, count);
+    if (UseSsse3()) x = PackedColourRowSsse3<R, G, B>(out, in, count);
 #endif
     if constexpr (kLittleEndian) {
         for (; x + 4 <= count; x += 4) {

@@ -19,6 +19,7 @@
 #include "bridge/services.h"
 #include "import/rgba_layouts.h"
 #include "picture/picture_editor.h"
+#include "platform/vector_paths.h"
 
 namespace tqv {
 namespace {
@@ -211,8 +212,7 @@ template <typename S, typename Colour, typename Mask>
 // The shuffled converter for the picture layout, where the processor has SSSE3; nil otherwise.
 template <typename S>
 PairConverter Shuffled(int32_t pixelType) {
-    static const bool ssse3 = __builtin_cpu_supports("ssse3");
-    if (!ssse3) return nullptr;
+    if (!UseSsse3()) return nullptr;
     switch (pixelType) {
         case kPixelTypeXRGB:
             return ConvertShuffled<S, ColourXRGB, MaskXRGB>;

@@ -23,6 +23,7 @@
 #include "bridge/values.h"
 #include "import/direct_strips.h"
 #include "platform/page_advice.h"
+#include "platform/vector_paths.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -234,8 +235,7 @@ void PackRgbRowPortable(uint32_t* out, const uint8_t* in, uint32_t count) {
 }
 
 void PackRgbRow(uint32_t* out, const uint8_t* in, uint32_t count) {
-    static const bool ssse3 = __builtin_cpu_supports("ssse3");
-    if (ssse3)
+    if (UseSsse3())
         PackRgbRowSsse3(out, in, count);
     else
         PackRgbRowPortable(out, in, count);
