@@ -393,6 +393,10 @@ void ScanlinePixelsFloor(benchmark::State& state, const std::string& path, int64
     for (auto _ : state) {
         ResetPeakMemory();
         TIFF* tif = TIFFOpen(path.c_str(), "r");
+        if (tif == nullptr) {
+            state.SkipWithError("open failed");
+            break;
+        }
         auto* row = static_cast<uint8_t*>(_TIFFmalloc(TIFFScanlineSize(tif)));
         auto* pixels = static_cast<uint32_t*>(std::malloc(outWidth * outHeight * 4));
         bool ok = row != nullptr && pixels != nullptr;
