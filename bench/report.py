@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints tqv_bench's JSON output as the tables of docs/performance.md.
 
-    bench/report.py BENCH.json [--markdown] [--ratio-from NAME=OTHER.json ...]
+    bench/report.py BENCH.json [--markdown] [--ratio-from NAME=OTHER.json ...] [--peers-only]
 
 Every benchmark labels itself "operation|image|ratio target|peak target MB" (targets may be
 empty). A benchmark "X" is paired with "X_Floor" (the same work through libtiff's plain API)
@@ -9,6 +9,9 @@ and compared with "X_Peer_<loader>" runs of the same image (other loaders). Time
 of the repetitions' process CPU time; peak memory is the largest rise of the resident set during
 one iteration. Each --ratio-from adds a column "ratio, NAME" with the ratios of another run of
 the same benchmarks (the same binary under another machine setting, say).
+
+The first table has a row for every operation: its floor, ratio and peak memory, and its peers'
+times in one column each. --peers-only prints just the operations with peers and those columns.
 """
 import json
 import sys
@@ -89,24 +92,61 @@ def ratio_of(runs, name, kind="_Floor"):
     return a / f if a is not None and f else None
 
 
-def main(path, markdown, others):
+def peer_finder(runs):
+    """The peer loaders' names, and a function giving the peer runs of one of ours (None where a
+    loader has none). Peers are matched by their arguments (the same image file): an operation is
+    compared with its own peers "X_Peer_<loader>" where there are some (the same bytes taken the
+    same way), else with any peer run with the same arguments."""
+    peers = sorted({split(n)[0].partition("_Peer_")[2] for n in runs if "_Peer_" in n})
+    by_args, own = {}, {}
+    for n, r in runs.items():
+        if "_Peer_" in n:
+            base, _, peer = split(n)[0].partition("_Peer_")
+            by_args.setdefault((peer, split(n)[1]), r)
+            own[(base, peer, split(n)[1])] = r
+
+    def of(name):
+        base, args = split(name)
+        return [own.get((base, p, args)) or by_args.get((p, args)) for p in peers]
+    return peers, of
+
+
+def main(path, markdown, others, peers_only):
     runs = load(path)
     ours = [(n, r) for n, r in runs.items() if "_Floor" not in split(n)[0] and "_Peer_" not in split(n)[0]]
+    # Operations with a floor first, in the order they ran; then the others.
+    ours.sort(key=lambda item: floor_of(runs, item[0]) is None)
     other_runs = [(title, load(other)) for title, other in others]
+    peers, peers_of = peer_finder(runs)
 
-    floors = Table(markdown, ["operation", "image", "ours ms", "floor ms", "ratio", "ratio target"] +
-                   [f"ratio, {title}" for title, _ in other_runs] + ["peak MB", "peak target", "floor peak MB"],
-                   [False, False, True, True, True, False] + [True] * len(other_runs) + [True, False, True])
+    if peers_only:
+        against = Table(markdown, ["operation", "image", "ours ms"] + [p + " ms" for p in peers],
+                        [False, False, True] + [True] * len(peers))
+        for name, run in ours:
+            cells = peers_of(name)
+            if any(cells):
+                op, image, _, _ = label(run)
+                against.add(op, image, number(ms(run)), *(number(ms(c)) for c in cells))
+        against.show()
+        return
+
+    # The one table: every operation against its floor and its peers.
+    table = Table(markdown, ["operation", "image", "ours ms", "floor ms", "ratio", "ratio target"] +
+                  [f"ratio, {title}" for title, _ in other_runs] + ["peak MB", "peak target", "floor peak MB"] +
+                  [p + " ms" for p in peers] + ["other"],
+                  [False, False, True, True, True, False] + [True] * len(other_runs) + [True, False, True] +
+                  [True] * len(peers) + [False])
     for name, run in ours:
         floor = floor_of(runs, name)
-        if floor is None:
-            continue
         op, image, target, peak_target = label(run)
         ratio = ratio_of(runs, name)
-        floors.add(op, image, number(ms(run)), number(ms(floor)), number(ratio, 2), verdict(ratio, target),
-                   *(number(ratio_of(other, name), 2) for _, other in other_runs),
-                   number(run.get("peak_MB")), verdict(run.get("peak_MB"), peak_target), number(floor.get("peak_MB")))
-    floors.show()
+        other = "  ".join(f"{k} {v:.0f}" for k, v in run.items() if k.startswith("ns_per"))
+        table.add(op, image, number(ms(run)), number(ms(floor)), number(ratio, 2), verdict(ratio, target),
+                  *(number(ratio_of(runs_, name), 2) for _, runs_ in other_runs),
+                  number(run.get("peak_MB")), verdict(run.get("peak_MB"), peak_target),
+                  number(floor.get("peak_MB")) if floor else "-",
+                  *(number(ms(c)) if c else "" for c in peers_of(name)), other)
+    table.show()
 
     # The floor of a program that also makes the same pixels itself.
     pixels = Table(markdown, ["operation", "image", "ours ms", "floor + pixels ms", "ratio"] +
@@ -121,39 +161,8 @@ def main(path, markdown, others):
                    *(number(ratio_of(other, name, "_FloorPixels"), 2) for _, other in other_runs))
     pixels.show()
 
-    # Peers are matched by their arguments (the same image file): an operation is compared with
-    # its own peers "X_Peer_<loader>" where there are some (the same bytes taken the same way),
-    # else with any peer run with the same arguments.
-    peers = sorted({split(n)[0].partition("_Peer_")[2] for n in runs if "_Peer_" in n})
-    by_args, own = {}, {}
-    for n, r in runs.items():
-        if "_Peer_" in n:
-            base, _, peer = split(n)[0].partition("_Peer_")
-            by_args.setdefault((peer, split(n)[1]), r)
-            own[(base, peer, split(n)[1])] = r
-    against = Table(markdown, ["operation", "image", "ours ms"] + [p + " ms" for p in peers],
-                    [False, False, True] + [True] * len(peers))
-    for name, run in ours:
-        op, image, _, _ = label(run)
-        base, args = split(name)
-        cells = [own.get((base, p, args)) or by_args.get((p, args)) for p in peers]
-        if any(cells):
-            against.add(op, image, number(ms(run)), *(number(ms(c)) for c in cells))
-    against.show()
-
-    alone = Table(markdown, ["operation", "image", "ours ms", "peak MB", "peak target", "other"],
-                  [False, False, True, True, False, False])
-    for name, run in ours:
-        if floor_of(runs, name) is not None:
-            continue
-        op, image, _, peak_target = label(run)
-        extra = "  ".join(f"{k} {v:.0f}" for k, v in run.items() if k.startswith("ns_per"))
-        alone.add(op, image, number(ms(run)), number(run.get("peak_MB")),
-                  verdict(run.get("peak_MB"), peak_target), extra)
-    alone.show()
-
 
 if __name__ == "__main__":
     options = sys.argv[2:]
     others = [tuple(options[i + 1].split("=", 1)) for i, o in enumerate(options) if o == "--ratio-from"]
-    main(sys.argv[1], "--markdown" in options, others)
+    main(sys.argv[1], "--markdown" in options, others, "--peers-only" in options)
