@@ -92,8 +92,7 @@ std::string MakeImageFile(uint16_t compression, uint16_t samples) {
         TIFFSetField(tif, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
     } else {
         TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
-        if (compression != COMPRESSION_NONE && compression != COMPRESSION_JPEG)
-            TIFFSetField(tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+        if (compression == COMPRESSION_ADOBE_DEFLATE) TIFFSetField(tif, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     }
     TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, 16);
     std::vector<uint8_t> row(size_t{kImageSide} * samples);
