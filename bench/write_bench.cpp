@@ -184,33 +184,40 @@ struct Rows {
 };
 
 // One picture row (words &h00RRGGBB, the mask's too) in the file's layout, as plain per-pixel
-// code: what the plugin converts each row of the picture into.
+// code, one loop for each layout: what the plugin converts each row of the picture into.
 void ConvertRow(Kind kind, const uint32_t* pixels, const uint32_t* mask, int32_t width, uint8_t* row) {
-    for (int32_t x = 0; x < width; ++x) {
-        const uint32_t rgb = pixels[x];
-        const auto r = uint8_t(rgb >> 16), g = uint8_t(rgb >> 8), b = uint8_t(rgb);
-        switch (kind) {
-            case Kind::RGB:
-            case Kind::RGBA: {
-                uint8_t* p = row + size_t(x) * (kind == Kind::RGB ? 3 : 4);
-                p[0] = r, p[1] = g, p[2] = b;
-                if (mask != nullptr) p[3] = uint8_t(mask[x] >> 16);
-                break;
+    const auto red = [](uint32_t rgb) { return uint8_t(rgb >> 16); };
+    switch (kind) {
+        case Kind::RGB:
+            for (int32_t x = 0; x < width; ++x) {
+                uint8_t* p = row + size_t(x) * 3;
+                p[0] = red(pixels[x]), p[1] = uint8_t(pixels[x] >> 8), p[2] = uint8_t(pixels[x]);
             }
-            case Kind::Grey8:
-                row[x] = r;
-                break;
-            case Kind::Grey16: {
-                const auto word = uint16_t(r * 257);
+            return;
+        case Kind::RGBA:
+            for (int32_t x = 0; x < width; ++x) {
+                uint8_t* p = row + size_t(x) * 4;
+                p[0] = red(pixels[x]), p[1] = uint8_t(pixels[x] >> 8), p[2] = uint8_t(pixels[x]);
+                p[3] = red(mask[x]);
+            }
+            return;
+        case Kind::Grey8:
+            for (int32_t x = 0; x < width; ++x) row[x] = red(pixels[x]);
+            return;
+        case Kind::Grey16:
+            for (int32_t x = 0; x < width; ++x) {
+                const auto word = uint16_t(red(pixels[x]) * 257);
                 std::memcpy(row + size_t(x) * 2, &word, 2);
-                break;
             }
-            case Kind::Bilevel:
-                // Min-is-black: white is 1 (white means R + G + B of at least 128).
-                if ((x & 7) == 0) row[x >> 3] = 0;
-                if (r + g + b >= 128) row[x >> 3] |= uint8_t(0x80u >> (x & 7));
-                break;
-        }
+            return;
+        case Kind::Bilevel:
+            // Min-is-black: white is 1 (white means R + G + B of at least 128).
+            std::memset(row, 0, (size_t(width) + 7) / 8);
+            for (int32_t x = 0; x < width; ++x) {
+                const uint32_t rgb = pixels[x];
+                if (red(rgb) + uint8_t(rgb >> 8) + uint8_t(rgb) >= 128) row[x >> 3] |= uint8_t(0x80u >> (x & 7));
+            }
+            return;
     }
 }
 
