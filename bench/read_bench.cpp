@@ -354,65 +354,61 @@ BENCHMARK(ReadRGBMemorySteps_Floor)
 
 // ---- Scanline importers ----------------------------------------------------------------------
 
-// The floor of both scanline importers: every row through TIFFReadScanline into one buffer.
-bool ReadAllScanlines(const std::string& path) {
+// The floor of both scanline importers: every row through TIFFReadScanline into one buffer,
+// each row read handed to onRow(row, y).
+template <typename OnRow>
+bool ReadAllScanlines(const std::string& path, OnRow onRow) {
     TIFF* tif = TIFFOpen(path.c_str(), "r");
     if (tif == nullptr) return false;
     uint32_t length = 0;
     TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &length);
     auto* row = static_cast<uint8_t*>(_TIFFmalloc(TIFFScanlineSize(tif)));
     bool ok = row != nullptr;
-    for (uint32_t y = 0; ok && y < length; ++y) ok = TIFFReadScanline(tif, row, y, 0) == 1;
+    for (uint32_t y = 0; ok && y < length; ++y) {
+        ok = TIFFReadScanline(tif, row, y, 0) == 1;
+        if (ok) onRow(row, y);
+    }
     benchmark::DoNotOptimize(row);
     _TIFFfree(row);
     TIFFClose(tif);
     return ok;
 }
 
-void ScanlineFloor(benchmark::State& state, const std::string& path, int64_t side) {
+// `iteration()` once per benchmark iteration, false for a failed read.
+template <typename Iteration>
+void ScanlineRuns(benchmark::State& state, int64_t side, Iteration iteration) {
     TIFFSetWarningHandler(nullptr);
     double peak = 0;
     for (auto _ : state) {
         ResetPeakMemory();
-        if (!ReadAllScanlines(path)) state.SkipWithError("read failed");
+        if (!iteration()) state.SkipWithError("read failed");
         peak = std::max(peak, PeakMemoryMB());
     }
     SetPeakMemoryCounter(state, peak);
     state.SetItemsProcessed(side * side * state.iterations());
 }
 
+void ScanlineFloor(benchmark::State& state, const std::string& path, int64_t side) {
+    ScanlineRuns(state, side, [&] { return ReadAllScanlines(path, [](const uint8_t*, uint32_t) {}); });
+}
+
 // The floor loop of a program that uses libtiff directly and also makes the picture's pixels:
-// every row read as above, and rows (y, for every `step`-th y) turned by `expand(row, y, out)`
-// into 32-bit words in a fresh buffer of outWidth x outHeight, as plain per-pixel code.
+// every row read as above, and every `step`-th row turned by `expand(row, out)` into 32-bit words
+// in a fresh buffer of the output's size (a side of side / step, rounded up), as plain per-pixel
+// code.
 template <typename Expand>
 void ScanlinePixelsFloor(benchmark::State& state, const std::string& path, int64_t side, uint32_t step,
                          Expand expand) {
-    TIFFSetWarningHandler(nullptr);
-    double peak = 0;
-    const size_t outWidth = (size_t(side) + step - 1) / step, outHeight = outWidth;
-    for (auto _ : state) {
-        ResetPeakMemory();
-        TIFF* tif = TIFFOpen(path.c_str(), "r");
-        if (tif == nullptr) {
-            state.SkipWithError("open failed");
-            break;
-        }
-        auto* row = static_cast<uint8_t*>(_TIFFmalloc(TIFFScanlineSize(tif)));
-        auto* pixels = static_cast<uint32_t*>(std::malloc(outWidth * outHeight * 4));
-        bool ok = row != nullptr && pixels != nullptr;
-        for (uint32_t y = 0; ok && y < uint32_t(side); ++y) {
-            ok = TIFFReadScanline(tif, row, y, 0) == 1;
-            if (y % step == 0) expand(row, pixels + size_t(y / step) * outWidth);
-        }
-        if (!ok) state.SkipWithError("read failed");
+    const size_t outSide = (size_t(side) + step - 1) / step;
+    ScanlineRuns(state, side, [&] {
+        auto* pixels = static_cast<uint32_t*>(std::malloc(outSide * outSide * 4));
+        const bool ok = pixels != nullptr && ReadAllScanlines(path, [&](const uint8_t* row, uint32_t y) {
+            if (y % step == 0) expand(row, pixels + size_t(y / step) * outSide);
+        });
         benchmark::DoNotOptimize(pixels);
         std::free(pixels);
-        _TIFFfree(row);
-        TIFFClose(tif);
-        peak = std::max(peak, PeakMemoryMB());
-    }
-    SetPeakMemoryCounter(state, peak);
-    state.SetItemsProcessed(side * side * state.iterations());
+        return ok;
+    });
 }
 
 // Black and white as the picture holds them (bytes 255, 0, 0, 0 and 255, 255, 255, 255).
