@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -65,20 +66,36 @@ bool parseApp(const std::string& s, tqvhost::AppKind* app) {
     return false;
 }
 
+// A number written out in full: "2010.028" but not "", "2010x" or "nan".
+bool parseVersion(const std::string& s, double* version) {
+    char* end = nullptr;
+    const double v = std::strtod(s.c_str(), &end);
+    if (s.empty() || *end != '\0' || !std::isfinite(v)) return false;
+    *version = v;
+    return true;
+}
+
+// The depths a desktop host's pictures come in.
+bool parseDepth(const std::string& s, int* depth) {
+    for (int d : {32, 24, 16, 8})
+        if (s == std::to_string(d)) return *depth = d, true;
+    return false;
+}
+
 bool parseOptions(int argc, char** argv, Options* o) {
     int i = 1;
     for (; i < argc && std::strncmp(argv[i], "--", 2) == 0; ++i) {
         std::string opt = argv[i];
         if (i + 1 >= argc) return false;
         std::string value = argv[++i];
-        if (opt == "--host-version")
-            o->config.version = std::strtod(value.c_str(), nullptr);
+        if (opt == "--host-version" && parseVersion(value, &o->config.version))
+            continue;
         else if (opt == "--app" && parseApp(value, &o->config.app))
             continue;
         else if (opt == "--withhold")
             o->config.withheld.insert(value);
-        else if (opt == "--desktop-depth")
-            o->config.desktopDepth = std::atoi(value.c_str());
+        else if (opt == "--desktop-depth" && parseDepth(value, &o->config.desktopDepth))
+            continue;
         else if (opt == "--frameworks")
             o->config.frameworksDir = value;
         else if (opt == "--plugin")
