@@ -5,14 +5,10 @@ local T = require("host_strict")
 local dir = T.tmpfile("host_files")
 os.execute("rm -rf '" .. dir .. "' && mkdir -p '" .. dir .. "'")
 
-local function write(path, bytes)
-  local f = assert(io.open(path, "wb")); f:write(bytes); f:close()
-end
-
 T.group("Folder items", function()
   T.test("an existing file: path, size, and the same path through its parent", function()
     local path = dir .. "/seven.bin"
-    write(path, "1234567")
+    T.write_bytes(path, "1234567")
     local f = FolderItem(path)
     T.eq(f.Exists, true); T.eq(tostring(f.Path), path)
     T.eq(f:FixtureSizeTQV(), 7)

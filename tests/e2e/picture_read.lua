@@ -12,15 +12,13 @@ local FULL_COMPARE_PIXELS = 65536
 local GRID = 97 -- a prime number of grid lines, so strides do not follow strip or tile sizes
 local MAX_SIDE = 32767
 
-local function shell_quote(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
-
 -- status: "ok", "too-large" or "no"; with the size and the raw pixels when rendered.
 local function reference(path)
   -- One file per back end: the configurations may run side by side.
   local config = host.config()
   local raw_path = T.tmpfile("picture_read_reference_" .. config.app .. config.desktopDepth .. ".raw")
   os.remove(raw_path)
-  local pipe = assert(io.popen(REFERENCE .. " " .. shell_quote(path) .. " " .. shell_quote(raw_path)))
+  local pipe = assert(io.popen(REFERENCE .. " " .. T.quote(path) .. " " .. T.quote(raw_path)))
   local out = pipe:read("a")
   local _, _, code = pipe:close()
   local w, h = out:match("^(%d+) (%d+)")

@@ -39,14 +39,14 @@ local FILES = {
 }
 
 local function check(pict, mask, want, what)
-  P.expect_pixels(pict, W, H, function(x, y)
+  T.expect_pixels(pict, W, H, function(x, y)
     local r, g, b = want(x, y)
     return r, g, b
-  end, what .. " colour")
-  P.expect_pixels(mask, W, H, function(x, y)
+  end, what .. " colour", 3)
+  T.expect_pixels(mask, W, H, function(x, y)
     local v = select(4, want(x, y))
     return v, v, v
-  end, what .. " mask")
+  end, what .. " mask", 3)
 end
 
 T.group("8-bit RGB with a fourth sample", function()

@@ -32,11 +32,11 @@ end
 
 -- Compares t.Pict with the rectangle (left, top) of a `width`-wide image, sampling every `step`.
 local function expect_picture(t, spec)
-  P.expect_pixels(t.Pict, spec.cols, spec.rows, function(i, j)
+  T.expect_pixels(t.Pict, spec.cols, spec.rows, function(i, j)
     local v = grey(bit_read(spec.left + spec.step * i, spec.top + spec.step * j, spec.fill, spec.width),
                    spec.photometric)
     return v, v, v
-  end, spec.name)
+  end, spec.name, 3)
   T.eq(t.Mask, nil, "Mask")
 end
 

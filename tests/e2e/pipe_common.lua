@@ -4,40 +4,22 @@
 local T = require("testlib")
 local P = {}
 
-local function quote(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
-
 function P.setup(arg, script)
   P.tool = assert(arg[1], "usage: " .. script .. ".lua PIPE_IMAGES BACKEND")
   P.backend = arg[2] or "default"
   P.dir = T.tmpfile(script .. "_" .. P.backend)
-  assert(os.execute("rm -rf " .. quote(P.dir) .. " && mkdir -p " .. quote(P.dir)))
+  assert(os.execute("rm -rf " .. T.quote(P.dir) .. " && mkdir -p " .. T.quote(P.dir)))
   return P.dir
 end
 
 -- Makes every test image; returns their folder.
 function P.images(arg, script)
   local dir = P.setup(arg, script)
-  assert(os.execute(quote(P.tool) .. " make " .. quote(dir)), "pipe_images make failed")
+  assert(os.execute(T.quote(P.tool) .. " make " .. T.quote(dir)), "pipe_images make failed")
   return dir
 end
 
 function P.path(name) return P.dir .. "/" .. name end
-
--- Fails at the first pixel of `p` that differs from want(i, j) -> r, g, b; the size must be
--- cols x rows.
-function P.expect_pixels(p, cols, rows, want, what)
-  T.truthy(p, what .. ": a picture")
-  T.eq(p.Width, cols, what .. ": width"); T.eq(p.Height, rows, what .. ": height")
-  for j = 0, rows - 1 do
-    for i = 0, cols - 1 do
-      local er, eg, eb = want(i, j)
-      local r, g, b = p:Pixel(i, j)
-      if r ~= er or g ~= eg or b ~= eb then
-        T.fail(string.format("%s: pixel (%d, %d) = %d,%d,%d, expected %d,%d,%d", what, i, j, r, g, b, er, eg, eb), 3)
-      end
-    end
-  end
-end
 
 -- A new session on one of the images, opened for reading.
 function P.open(name)
@@ -49,7 +31,7 @@ end
 -- libtiff's TIFFReadRGBAImage of a file: width, height and the raster (bottom row first).
 function P.rgba(path)
   local out = P.path("reference.raw")
-  local pipe = assert(io.popen(quote(P.tool) .. " rgba " .. quote(path) .. " " .. quote(out)))
+  local pipe = assert(io.popen(T.quote(P.tool) .. " rgba " .. T.quote(path) .. " " .. T.quote(out)))
   local w, h = pipe:read("a"):match("^(%d+) (%d+)")
   assert(pipe:close() and w, "pipe_images rgba failed for " .. path)
   return tonumber(w), tonumber(h), T.read_bytes(out)
@@ -58,7 +40,7 @@ end
 -- The first image of a file as libtiff reads it: a table of its tags and `rows`, each a list of
 -- samples (nil for a row libtiff cannot read).
 function P.dump(path)
-  local pipe = assert(io.popen(quote(P.tool) .. " dump " .. quote(path)))
+  local pipe = assert(io.popen(T.quote(P.tool) .. " dump " .. T.quote(path)))
   local text = pipe:read("a")
   assert(pipe:close(), "pipe_images dump failed for " .. path)
   local lines = {}
@@ -87,6 +69,5 @@ end
 function P.run(command)
   return os.execute(command .. " >/dev/null 2>&1") == true
 end
-P.quote = quote
 
 return P

@@ -48,9 +48,9 @@ local function expected(table_, x, y, samples, bits)
 end
 
 local function expect_picture(t, table_, rect, samples, bits)
-  P.expect_pixels(t.Pict, rect[3], rect[4], function(i, j)
+  T.expect_pixels(t.Pict, rect[3], rect[4], function(i, j)
     return expected(table_, rect[1] + i, rect[2] + j, samples, bits)
-  end, table.concat(rect, ","))
+  end, table.concat(rect, ","), 3)
   T.eq(t.Mask, nil, "Mask")
 end
 

@@ -30,8 +30,8 @@ local copies = 0
 local function fresh_pair()
   copies = copies + 1
   local a, b = P.path("a" .. copies .. ".tif"), P.path("b" .. copies .. ".tif")
-  assert(P.run("cp " .. P.quote(images .. "/mirror_a.tif") .. " " .. P.quote(a)))
-  assert(P.run("cp " .. P.quote(images .. "/mirror_b.tif") .. " " .. P.quote(b)))
+  assert(P.run("cp " .. T.quote(images .. "/mirror_a.tif") .. " " .. T.quote(a)))
+  assert(P.run("cp " .. T.quote(images .. "/mirror_b.tif") .. " " .. T.quote(b)))
   return a, b
 end
 
@@ -94,11 +94,9 @@ T.group("MirrorVertical", function()
     end
     ifd[#ifd + 1] = string.pack("<I4", 0)
     local plain = P.path(string.format("plain%d.tif", f))
-    local out = assert(io.open(plain, "wb"))
-    out:write("II*\0", string.pack("<I4", 8 + 4 * height), table.concat(body), table.concat(ifd))
-    out:close()
+    T.write_bytes(plain, "II*\0" .. string.pack("<I4", 8 + 4 * height) .. table.concat(body) .. table.concat(ifd))
     local path = P.path(string.format("striped%d_%d_%s_%d.tif", f, rows, compression, height))
-    assert(P.run(string.format("tiffcp -r %d -c %s %s %s", rows, compression, P.quote(plain), P.quote(path))))
+    assert(P.run(string.format("tiffcp -r %d -c %s %s %s", rows, compression, T.quote(plain), T.quote(path))))
     return path
   end
   local function striped_row(f, y)
@@ -139,7 +137,7 @@ T.group("MirrorVertical", function()
   T.test("an output with longer rows is refused", function()
     local a = fresh_pair()
     local wide = P.path("wide.tif")
-    assert(P.run("cp " .. P.quote(images .. "/lut_rgb8.tif") .. " " .. P.quote(wide)))
+    assert(P.run("cp " .. T.quote(images .. "/lut_rgb8.tif") .. " " .. T.quote(wide)))
     local ta, tw = TiffPictureTQV(), TiffPictureTQV()
     T.eq(ta:Open(FolderItem(a), "r+"), true)
     T.eq(tw:Open(FolderItem(wide), "r+"), true)
@@ -148,14 +146,6 @@ T.group("MirrorVertical", function()
     expect_rows(a, { original_row(1, 0), original_row(1, 1), original_row(1, 2) }, "a untouched")
   end)
 end)
-
-local function picture(w, h, colour)
-  local p = NewPicture(w, h)
-  for y = 0, h - 1 do
-    for x = 0, w - 1 do p:SetPixel(x, y, colour(x, y)) end
-  end
-  return p
-end
 
 T.group("CombinePictureWithMask", function()
   T.test("before any read: nil", function()
@@ -172,7 +162,7 @@ T.group("CombinePictureWithMask", function()
     local t = TiffPictureTQV()
     local colour = function(x, y) return 40 * x, 100 * y, 7 end
     local grey = function(x, y) local v = 60 * x + 30 * y return v, v, v end
-    t.Pict, t.Mask = picture(4, 2, colour), picture(4, 2, grey)
+    t.Pict, t.Mask = T.picture(4, 2, colour), T.picture(4, 2, grey)
     local combined = t:CombinePictureWithMask()
     T.truthy(combined and combined ~= t.Pict, "a new picture")
     T.eq(combined.Width, 4); T.eq(combined.Height, 2)

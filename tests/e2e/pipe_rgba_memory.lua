@@ -182,12 +182,10 @@ end)
 -- another process. Common layouts are packed by the plugin itself and everything else, or
 -- anything libtiff complains about, is left to libtiff; either way the bytes must be libtiff's.
 -- Memory blocks do not depend on the picture back end, so one back end sweeps.
-local function shell_quote(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
-
 local function libtiff_rgba(path, row, rows)
   local out = P.path("sweep.raw")
   local band = row and string.format(" %d %d", row, rows) or ""
-  local command = shell_quote(P.tool) .. " rgba " .. shell_quote(path) .. " " .. shell_quote(out) .. band
+  local command = T.quote(P.tool) .. " rgba " .. T.quote(path) .. " " .. T.quote(out) .. band
   local pipe = assert(io.popen(command .. " 2>/dev/null"))
   local w, h = pipe:read("a"):match("^(%d+) (%d+)")
   if not pipe:close() or not w then return nil end

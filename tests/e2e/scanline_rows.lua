@@ -7,15 +7,9 @@ local path = H.write_pages(T.tmpfile("scanline_rows.tif"), { { w = W, h = ROWS, 
 local row = H.ramp(W, 10)
 local PLANES = T.testdata("libtiff/images/minisblack-2c-8b-alpha.tiff")  -- separate planes
 
-local function opened(file)
-  local t = TiffPictureTQV()
-  T.truthy(t:Open(FolderItem(file or path)), "Open")
-  return t
-end
-
 T.group("Reading", function()
   T.test("single rows into a new block and into the caller's block", function()
-    local t = opened()
+    local t = H.opened(path)
     T.eq(t.BytesPerRow, W)
     for i = 0, ROWS - 1 do T.eq(t:Scanline(i):Bytes(), row(i), "row " .. i) end
     local mb = MemoryBlock(W + 2)
@@ -24,7 +18,7 @@ T.group("Reading", function()
     T.eq(mb:Bytes(), row(2) .. "\xEE\xEE", "only the row's bytes are written")
   end)
   T.test("runs are whole or nil", function()
-    local t = opened()
+    local t = H.opened(path)
     T.eq(t:Scanlines(1, 3):Bytes(), row(1) .. row(2) .. row(3))
     T.eq(t:Scanlines(0, ROWS).Size, W * ROWS)
     T.eq(t:Scanlines(2, 3), nil, "one row short")
@@ -33,7 +27,7 @@ T.group("Reading", function()
     T.eq(t:Scanlines(0, 2147483647), nil, "larger than any block")
   end)
   T.test("past the last row: the byte -1 (not false), or nil", function()
-    local t = opened()
+    local t = H.opened(path)
     local errors = 0
     t.Error = function() errors = errors + 1 end
     T.eq(t:Scanline(MemoryBlock(W), ROWS), true, "0xFF reaches the host as true")
@@ -41,13 +35,13 @@ T.group("Reading", function()
     T.truthy(errors >= 2, "libtiff reported both")
   end)
   T.test("a block shorter than a row is refused", function()
-    local t = opened()
+    local t = H.opened(path)
     local mb = MemoryBlock(W - 1)
     T.eq(t:Scanline(mb, 0), false)
     T.eq(mb:Bytes(), string.rep("\0", W - 1))
   end)
   T.test("the sample selects the plane, cut to 16 bits", function()
-    local t = opened(PLANES)
+    local t = H.opened(PLANES)
     T.eq(t.PlanarConfig, 2)
     -- PackBits rows are read from the start of their strip: row 0 of each plane.
     local grey, alpha = t:Scanline(0, 0):Bytes(), t:Scanline(0, 1):Bytes()
@@ -101,7 +95,7 @@ T.group("Writing", function()
     mb:SetBytes(0, row(0) .. row(1) .. row(2) .. row(3))
     assign(t, "Scanlines", mb, 0, ROWS)
     t:Close()
-    T.eq(opened(out):Scanlines(0, ROWS):Bytes(), mb:Bytes())
+    T.eq(H.opened(out):Scanlines(0, ROWS):Bytes(), mb:Bytes())
   end)
   T.test("rows beyond the end of the block are not written", function()
     -- The run stops after the two whole rows the block holds; row 2 comes from the single setter.
@@ -114,11 +108,11 @@ T.group("Writing", function()
     assign(t, "Scanlines", mb, 0, ROWS)
     assign(t, "Scanline", mb, 2)
     t:Close()
-    local r = opened(out)
+    local r = H.opened(out)
     T.eq(r:Scanlines(0, 3):Bytes(), row(0) .. row(1) .. row(0))
   end)
   T.test("a failing row does not stop the run", function()
-    local t = opened()  -- read-only: libtiff refuses every row
+    local t = H.opened(path)  -- read-only: libtiff refuses every row
     local errors = 0
     t.Error = function() errors = errors + 1 end
     assign(t, "Scanlines", MemoryBlock(W * 3), 0, 3)

@@ -5,7 +5,7 @@ package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. pack
 local F = require("session_tiffs")
 
 local function not_a_tiff(name)
-  return FolderItem(F.write(F.tmp(T, name), "plain text, not a TIFF"))
+  return FolderItem(T.write_bytes(F.tmp(T, name), "plain text, not a TIFF"))
 end
 
 T.group("routing", function()
@@ -25,7 +25,7 @@ T.group("routing", function()
   T.test("messages go to whichever object last became current", function()
     -- Five unknown tags: five warnings in one Open. The first warning's handler makes a new
     -- object, which becomes current and receives the rest.
-    local path = F.write(F.tmp(T, "route_warnings.tif"), F.grey_1x1(5))
+    local path = T.write_bytes(F.tmp(T, "route_warnings.tif"), F.grey_1x1(5))
     local a = TiffPictureTQV()
     local to_a, to_c, c = 0, 0, nil
     a.Warning = function(self, module, message)
@@ -42,7 +42,7 @@ T.group("routing", function()
   end)
 
   T.test("destroying the current object clears it: later messages are dropped", function()
-    local path = F.write(F.tmp(T, "route_destroyed.tif"), F.grey_1x1(3))
+    local path = T.write_bytes(F.tmp(T, "route_destroyed.tif"), F.grey_1x1(3))
     local a = TiffPictureTQV()
     local to_a = 0
     a.Warning = function()
@@ -62,7 +62,7 @@ T.group("routing", function()
     local t = TiffPictureTQV()
     T.eq(t:Open(not_a_tiff("no_handler.tif")), false)
     local w = TiffPictureTQV()
-    T.eq(w:Open(FolderItem(F.write(F.tmp(T, "no_handler_warn.tif"), F.grey_1x1(2)))), true)
+    T.eq(w:Open(FolderItem(T.write_bytes(F.tmp(T, "no_handler_warn.tif"), F.grey_1x1(2)))), true)
     w:Close()
   end)
 
@@ -70,7 +70,7 @@ T.group("routing", function()
     local t = TiffPictureTQV()
     local module, message
     t.Warning = function(self, m, msg) module, message = tostring(m), tostring(msg) end
-    T.eq(t:Open(FolderItem(F.write(F.tmp(T, "warn_text.tif"), F.grey_1x1(1)))), true)
+    T.eq(t:Open(FolderItem(T.write_bytes(F.tmp(T, "warn_text.tif"), F.grey_1x1(1)))), true)
     T.eq(module, "TIFFReadDirectory")
     T.truthy(message:find("65000", 1, true), "message names the tag: " .. tostring(message))
     t:Close()

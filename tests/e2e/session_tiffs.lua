@@ -25,11 +25,6 @@ function M.grey_1x1(unknown)
   return table.concat(parts)
 end
 
-function M.write(path, bytes)
-  local f = assert(io.open(path, "wb")); f:write(bytes); f:close()
-  return path
-end
-
 function M.size(path)
   local f = assert(io.open(path, "rb")); local n = f:seek("end"); f:close(); return n
 end

@@ -11,14 +11,14 @@ if mode == "events" then
     local t = TiffPictureTQV()
     local called = false
     t.Error = function() called = true end
-    T.eq(t:Open(FolderItem(F.write(F.tmp(T, "withheld_events.tif"), "not a TIFF"))), false)
+    T.eq(t:Open(FolderItem(T.write_bytes(F.tmp(T, "withheld_events.tif"), "not a TIFF"))), false)
     T.eq(called, false)
-    T.eq(t:Open(FolderItem(F.write(F.tmp(T, "withheld_events_ok.tif"), F.grey_1x1(2)))), true)
+    T.eq(t:Open(FolderItem(T.write_bytes(F.tmp(T, "withheld_events_ok.tif"), F.grey_1x1(2)))), true)
     t:Close()
   end)
 elseif mode == "paths" then
   T.test("without file references nothing opens, nothing is raised", function()
-    local path = F.write(F.tmp(T, "withheld_paths.tif"), F.grey_1x1())
+    local path = T.write_bytes(F.tmp(T, "withheld_paths.tif"), F.grey_1x1())
     local t = TiffPictureTQV()
     T.eq(t:Open(FolderItem(path)), false)
     T.eq(t:Create(FolderItem(F.tmp(T, "withheld_paths_new.tif")), 2), false)

@@ -5,8 +5,6 @@ local M = {}
 
 M.tool = arg[1]
 
-local function quote(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
-
 local function unhex(h) return (h:gsub("%x%x", function(b) return string.char(tonumber(b, 16)) end)) end
 M.text_keys = { "Copyright", "DateTime", "DocumentName", "HostComputer", "ImageDescription", "Make", "Model",
                 "PageName", "Software" }
@@ -15,7 +13,7 @@ for _, k in ipairs(M.text_keys) do is_text[k] = true end
 
 -- key -> value as libtiff reports it for directory `dir` (default: the first); text decoded.
 function M.reference(path, dir)
-  local p = assert(io.popen(quote(M.tool) .. " " .. quote(path) .. (dir and (" " .. dir) or "")))
+  local p = assert(io.popen(T.quote(M.tool) .. " " .. T.quote(path) .. (dir and (" " .. dir) or "")))
   local out = {}
   for line in p:lines() do
     local k, v = line:match("^([^=]+)=(.*)$")
@@ -28,15 +26,17 @@ end
 -- The readable TIFFs of the shared test data (libtiff's own tool read them without error).
 function M.testfiles()
   local files = {}
-  for line in io.lines(T.testdata("INDEX.tsv")) do
-    local f = {}
-    for field in (line .. "\t"):gmatch("([^\t]*)\t") do f[#f + 1] = field end
-    if f[1] ~= "source" and f[26] == "0" and tonumber(f[6] or "0") >= 1 then
-      f.path = T.testdata(f[1] .. "/" .. f[2])
-      files[#files + 1] = f.path
-    end
+  for _, f in ipairs(T.testdata_index()) do
+    if f[26] == "0" and tonumber(f[6] or "0") >= 1 then files[#files + 1] = T.testdata(f[1] .. "/" .. f[2]) end
   end
   return files
+end
+
+-- A new session on an existing file, opened for reading.
+function M.opened(path)
+  local t = TiffPictureTQV()
+  T.truthy(t:Open(FolderItem(path)), "Open")
+  return t
 end
 
 -- A new file of `pages` (a list of {w=, h=, bps=, spp=, compression=, fill=function(row) -> bytes})

@@ -181,9 +181,7 @@ T.group("Setters", function()
   -- keeps that codec's field handling on its freed state).
   T.test("the compression of an old-style JPEG image stays, read or created", function()
     local path = T.tmpfile("ojpeg_copy.tif")
-    local out = assert(io.open(path, "wb"))
-    out:write(T.read_bytes(T.testdata("libtiff/images/ojpeg_chewey_subsamp21_multi_strip.tiff")))
-    out:close()
+    T.write_bytes(path, T.read_bytes(T.testdata("libtiff/images/ojpeg_chewey_subsamp21_multi_strip.tiff")))
     local messages = {}
     local function session(t)
       t.Error = function(self, module, message) messages[#messages + 1] = module .. ": " .. message end

@@ -16,7 +16,7 @@ local tool = example .. ".lua"
 local script = exdir .. "/" .. tool
 local sample = exdir .. "/sample/sample.tif"
 
-local function q(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
+local q = T.quote
 
 local tmp = T.tmpfile("examples-" .. example)
 os.execute("rm -rf " .. q(tmp) .. " && mkdir -p " .. q(tmp))
@@ -90,25 +90,19 @@ end
 -- ---- The corpus -----------------------------------------------------------------------------
 
 local corpus = {}
-for l in io.lines(T.testdata("INDEX.tsv")) do
-  local f = {}
-  for field in (l .. "\t"):gmatch("([^\t]*)\t") do f[#f + 1] = field end
-  if f[1] ~= "source" then
-    local w, h = f[8]:match("^(%d+)x(%d+)")
-    corpus[#corpus + 1] = {
-      path = T.testdata(f[1] .. "/" .. f[2]), name = f[1] .. "/" .. f[2], ndirs = tonumber(f[6]),
-      width = tonumber(w), height = tonumber(h), rgba_ok = f[21] == "yes", tiffinfo_ok = f[26] == "0",
-    }
-  end
+for _, f in ipairs(T.testdata_index()) do
+  local w, h = f[8]:match("^(%d+)x(%d+)")
+  corpus[#corpus + 1] = {
+    path = T.testdata(f[1] .. "/" .. f[2]), name = f[1] .. "/" .. f[2], ndirs = tonumber(f[6]),
+    width = tonumber(w), height = tonumber(h), rgba_ok = f[21] == "yes", tiffinfo_ok = f[26] == "0",
+  }
 end
 
 -- A few files that are no TIFF: text, nothing, a PNG, and a TIFF cut off after its header.
 local not_tiffs = {}
 do
   local function make(name, bytes)
-    local path = tmp .. "/" .. name
-    local f = assert(io.open(path, "wb")); f:write(bytes); f:close()
-    not_tiffs[#not_tiffs + 1] = path
+    not_tiffs[#not_tiffs + 1] = T.write_bytes(tmp .. "/" .. name, bytes)
   end
   make("text.tif", "This is a text file, not a picture.\n")
   make("empty.tif", "")
@@ -323,9 +317,7 @@ if example == "png2tiff" then
     end
     local header = kind == "P4" and string.format("P4\n%d %d\n", p.Width, p.Height)
       or string.format("%s\n%d %d\n255\n", kind, p.Width, p.Height)
-    local path = png .. "." .. kind
-    local f = assert(io.open(path, "wb")); f:write(header, table.concat(parts)); f:close()
-    return path
+    return T.write_bytes(png .. "." .. kind, header .. table.concat(parts))
   end
 
   -- A reference written only by libtiff's tools: ppm2tiff of the pixels, the tags png2tiff sets
@@ -432,8 +424,8 @@ if example == "png2tiff" then
     end)
     T.test("--icc and --xmp embed the files' bytes in every page", function()
       local icc, xmp = tmp .. "/profile.icc", tmp .. "/packet.xmp"
-      local f = assert(io.open(icc, "wb")); f:write(string.rep("\0\1icc", 100)); f:close()
-      f = assert(io.open(xmp, "wb")); f:write('<x:xmpmeta xmlns:x="adobe:ns:meta/">pages</x:xmpmeta>'); f:close()
+      T.write_bytes(icc, string.rep("\0\1icc", 100))
+      T.write_bytes(xmp, '<x:xmpmeta xmlns:x="adobe:ns:meta/">pages</x:xmpmeta>')
       local out = tmp .. "/meta.tif"
       succeeds(run("--icc", icc, "--xmp", xmp, out, rgb1, rgb2), "png2tiff")
       local info = io.popen("tiffinfo " .. q(out) .. " 2>&1"):read("a")

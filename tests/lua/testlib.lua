@@ -116,16 +116,22 @@ function T.testdata(rel)
   return (os.getenv("TQV_TESTDATA") or "../shared/testdata") .. "/" .. rel
 end
 
+-- The rows of the test data's INDEX.tsv below its header, in file order, each the list of its
+-- tab-separated fields (empty fields kept, so that columns keep their numbers).
+function T.testdata_index()
+  local rows = {}
+  for line in io.lines(T.testdata("INDEX.tsv")) do
+    local fields = {}
+    for field in (line .. "\t"):gmatch("([^\t]*)\t") do fields[#fields + 1] = field end
+    if fields[1] ~= "source" then rows[#rows + 1] = fields end
+  end
+  return rows
+end
+
 -- Every file of the test data ("source/path", as INDEX.tsv lists them), sorted.
 function T.testdata_files()
   local files = {}
-  local index = assert(io.open(T.testdata("INDEX.tsv")))
-  index:read("l")
-  for line in index:lines() do
-    local source, path = line:match("^([^\t]+)\t([^\t]+)")
-    if source then files[#files + 1] = source .. "/" .. path end
-  end
-  index:close()
+  for _, row in ipairs(T.testdata_index()) do files[#files + 1] = row[1] .. "/" .. row[2] end
   table.sort(files)
   return files
 end
@@ -149,6 +155,40 @@ end
 
 function T.read_bytes(path)
   local f = assert(io.open(path, "rb")); local s = f:read("a"); f:close(); return s
+end
+
+-- Replaces the file at `path` with `bytes`; returns the path.
+function T.write_bytes(path, bytes)
+  local f = assert(io.open(path, "wb")); f:write(bytes); f:close()
+  return path
+end
+
+-- `s` (a string or a number) as one word for the POSIX shell.
+function T.quote(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
+
+-- A w x h host picture (depth 32 unless given) whose pixel (x, y) is colour(x, y) -> r, g, b.
+function T.picture(w, h, colour, depth)
+  local p = NewPicture(w, h, depth or 32)
+  for y = 0, h - 1 do for x = 0, w - 1 do p:SetPixel(x, y, colour(x, y)) end end
+  return p
+end
+
+-- Fails at the first pixel of host picture `p` that differs from expected(x, y) -> r, g, b; the
+-- size must be w x h. `level` as for T.fail (default 2: the line that called this), for checks
+-- made through a helper of the script.
+function T.expect_pixels(p, w, h, expected, what, level)
+  T.truthy(p, what .. ": a picture")
+  T.eq(p.Width, w, what .. ": width"); T.eq(p.Height, h, what .. ": height")
+  for y = 0, h - 1 do
+    for x = 0, w - 1 do
+      local r, g, b = p:Pixel(x, y)
+      local er, eg, eb = expected(x, y)
+      if r ~= er or g ~= eg or b ~= eb then
+        T.fail(string.format("%s: pixel (%d, %d) = %d,%d,%d, expected %d,%d,%d", what, x, y, r, g, b, er, eg, eb),
+               level or 2)
+      end
+    end
+  end
 end
 
 function T.finish()
