@@ -39,6 +39,7 @@ T.group("Folder items", function()
     T.eq(f.Exists, false)
     T.eq(f:FixturePathTQV(), nil)
     T.eq(f:FixtureSizeTQV(), -1)
+    T.eq(f:FixtureSpecNameTQV(), nil, "nor an older file specification")
   end)
 
   T.test("the older file specification names the item in Mac Roman", function()

@@ -1,9 +1,5 @@
-// Service lookup, reference accounting and file references, through lookup() as a plugin uses them.
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstring>
+// Service lookup and reference accounting, through lookup() as a plugin uses them. (The
+// file-reference services are checked through the fixture plugin: tests/e2e/host_files.lua.)
 #include <string>
 
 #include "host_test_support.h"
@@ -146,74 +142,6 @@ TEST_F(Accounting, UnscaledDrawsClipLikeThePixelLoop) {
                 }
         }
     }
-}
-
-class FileRefs : public HostTest {
-  protected:
-    void SetUp() override {
-        HostTest::SetUp();
-        char tmpl[] = "/tmp/tqvhost-fsref-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        existing_ = dir_ + "/existing.tif";
-        std::FILE* f = std::fopen(existing_.c_str(), "w");
-        ASSERT_NE(f, nullptr);
-        std::fclose(f);
-    }
-    void TearDown() override {
-        std::remove(existing_.c_str());
-        rmdir(dir_.c_str());
-        HostTest::TearDown();
-    }
-    REALfolderItem item(HostRef& keep, const std::string& path) {
-        keep = HostRef(makeHandle<FolderItemHandle>(path));
-        return static_cast<REALfolderItem>(keep.address());
-    }
-    std::string dir_, existing_;
-    REALFSRefFromFolderItemProc fsRef = service<REALFSRefFromFolderItemProc>("REALFSRefFromFolderItem");
-    REALFSSpecFromFolderItemProc fsSpec = service<REALFSSpecFromFolderItemProc>("REALFSSpecFromFolderItem");
-};
-
-TEST_F(FileRefs, ExistingItemAnswersItsOwnPath) {
-    HostRef keep;
-    REALfileRef ref;
-    ASSERT_TRUE(fsRef(item(keep, existing_), &ref, nullptr));
-    EXPECT_STREQ(ref.path, existing_.c_str());
-}
-
-TEST_F(FileRefs, NewItemAnswersParentAndUtf16Name) {
-    HostRef keep;
-    REALfileRef ref;
-    REALunicodeName name;
-    std::string path = dir_ + "/n\xC3\xA9w.tif";  // "néw.tif"
-    EXPECT_FALSE(fsRef(item(keep, path), &ref, nullptr));
-    ASSERT_TRUE(fsRef(item(keep, path), &ref, &name));
-    EXPECT_EQ(std::string(ref.path), dir_);
-    ASSERT_EQ(name.length, 7);
-    EXPECT_EQ(name.unicode[0], u'n');
-    EXPECT_EQ(name.unicode[1], 0x00E9);
-    EXPECT_EQ(name.unicode[6], u'f');
-}
-
-TEST_F(FileRefs, MissingParentFails) {
-    HostRef keep;
-    REALfileRef ref;
-    REALunicodeName name;
-    REALfileSpec spec;
-    EXPECT_FALSE(fsRef(item(keep, dir_ + "/no/such.tif"), &ref, &name));
-    EXPECT_FALSE(fsSpec(&spec, item(keep, dir_ + "/no/such.tif")));
-}
-
-TEST_F(FileRefs, SpecHasMacRomanPascalNameUpTo63Bytes) {
-    HostRef keep;
-    REALfileSpec spec;
-    ASSERT_TRUE(fsSpec(&spec, item(keep, dir_ + "/caf\xC3\xA9.tif")));
-    EXPECT_EQ(std::string(spec.parent.path), dir_);
-    ASSERT_EQ(spec.name[0], 8);
-    EXPECT_EQ(spec.name[4], 0x8E);  // é in Mac Roman
-    EXPECT_TRUE(fsSpec(&spec, item(keep, dir_ + "/" + std::string(63, 'a'))));
-    EXPECT_FALSE(fsSpec(&spec, item(keep, dir_ + "/" + std::string(64, 'a'))));
-    EXPECT_FALSE(fsSpec(&spec, item(keep, dir_ + "/\xE4\xB8\xAD.tif")));  // not in Mac Roman
 }
 
 }  // namespace
