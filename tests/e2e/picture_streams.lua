@@ -16,27 +16,20 @@ local function tmp(name)
   return T.tmpfile(string.format("picture_streams_%s_%d_%s", config.app .. config.desktopDepth, counter, name))
 end
 
--- A TIFF made by WriteRGB in memory: the OutputBuffer after Close.
-local function tiff_bytes(w, h, masked)
+-- A TIFF made by WriteRGB: in memory (the OutputBuffer after Close), or, given a path, in that
+-- file (its bytes).
+local function tiff_bytes(w, h, masked, path)
   local t = TiffPictureTQV()
-  T.eq(t:CreateString(0), true, "CreateString")
+  if path then
+    T.eq(t:Create(FolderItem(path)), true, "Create")
+  else
+    T.eq(t:CreateString(0), true, "CreateString")
+  end
   t.Pict = T.picture(w, h, colour)
   if masked then t.Mask = H.grey(w, h, mask_value) end
   T.eq(t:WriteRGB(), true, "WriteRGB")
   t:Close()
-  return t.OutputBuffer
-end
-
--- The same image written to a file.
-local function file_bytes(w, h, masked)
-  local path = tmp("same.tif")
-  local t = TiffPictureTQV()
-  T.eq(t:Create(FolderItem(path)), true)
-  t.Pict = T.picture(w, h, colour)
-  if masked then t.Mask = H.grey(w, h, mask_value) end
-  T.eq(t:WriteRGB(), true)
-  t:Close()
-  return T.read_bytes(path)
+  return path and T.read_bytes(path) or t.OutputBuffer
 end
 
 local function expect_masked(pict, mask, w, h)
@@ -67,7 +60,7 @@ T.group("CreateString and OutputBuffer", function()
     for _, masked in ipairs({ false, true }) do
       local memory = tiff_bytes(9, 7, masked)
       T.eq(memory.encoding, BINARY)
-      T.eq(tostring(memory), file_bytes(9, 7, masked), "masked " .. tostring(masked))
+      T.eq(tostring(memory), tiff_bytes(9, 7, masked, tmp("same.tif")), "masked " .. tostring(masked))
     end
   end)
   T.test("an image several MiB long: grown in steps, every byte in place, nothing beyond", function()
@@ -76,7 +69,7 @@ T.group("CreateString and OutputBuffer", function()
     -- the end of the allocation), so the lengths match only if both hold.
     local memory = tiff_bytes(1100, 1000, false)
     T.truthy(#memory > 3 * MiB, "larger than three growth steps")
-    T.eq(tostring(memory), file_bytes(1100, 1000, false))
+    T.eq(tostring(memory), tiff_bytes(1100, 1000, false, tmp("same.tif")))
   end)
   T.test("OutputBuffer is a copy: later writes do not change it, and it survives Close", function()
     local t = TiffPictureTQV()
