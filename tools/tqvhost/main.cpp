@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -82,6 +83,12 @@ bool parseDepth(const std::string& s, int* depth) {
     return false;
 }
 
+// A service this host has: withholding a misspelt name would quietly withhold nothing.
+bool knownService(const std::string& name) {
+    const auto names = tqvhost::serviceNames();
+    return std::binary_search(names.begin(), names.end(), name);
+}
+
 bool parseOptions(int argc, char** argv, Options* o) {
     int i = 1;
     for (; i < argc && std::strncmp(argv[i], "--", 2) == 0; ++i) {
@@ -92,7 +99,7 @@ bool parseOptions(int argc, char** argv, Options* o) {
             continue;
         else if (opt == "--app" && parseApp(value, &o->config.app))
             continue;
-        else if (opt == "--withhold")
+        else if (opt == "--withhold" && knownService(value))
             o->config.withheld.insert(value);
         else if (opt == "--desktop-depth" && parseDepth(value, &o->config.desktopDepth))
             continue;
