@@ -173,6 +173,7 @@ int main(int argc, char** argv) {
         o.markdown = true;
         o.rest.erase(o.rest.begin());
     }
+    if (o.command == "describe" && o.rest.size() > 1) return usage();  // one plugin at a time
     if (o.command == "describe" && !o.rest.empty()) o.plugin = o.rest[0];
     if (o.command != "describe" && o.command != "run") return usage();
     if (o.plugin.empty()) o.plugin = builtOrInstalled(TQVHOST_DEFAULT_PLUGIN, "../lib/libTiffPictureTQV.so");
