@@ -100,14 +100,6 @@ TEST_F(Values, ExceptionOfAnUnknownClassBecomesRuntimeException) {
     EXPECT_EQ(raised->message, "folderitem is nil");
 }
 
-TEST_F(Values, NilObjectExceptionCarriesItsMessage) {
-    tqv::RaiseException("NilObjectException", "memoryblock is nil", kREALTextEncodingASCII);
-    const auto raised = tqvhost::takeRaisedException();
-    ASSERT_TRUE(raised.has_value());
-    EXPECT_EQ(raised->className, "NilObjectException");
-    EXPECT_EQ(raised->message, "memoryblock is nil");
-}
-
 // With no service at all every helper answers its failure value and nothing is called.
 TEST_F(Values, MissingServicesGiveFailureValues) {
     tqv::gResolver = &testhost::NothingLookup;
