@@ -43,13 +43,11 @@ bool ApplyStep(TIFF* tiff, const TagStep& step) {
     return ok;
 }
 
-// The rows go on only into the handle the pass started with, and only while its scanlines fit
-// the buffer libtiff reads them from.
-bool StillWritable(const ExportPass& pass) {
-    return pass.record->tiff == pass.tiff && ScanlineBytes64(pass.tiff) <= pass.bufferBytes;
-}
-
 }  // namespace
+
+bool StillWritable(const TiffData* record, TIFF* tiff, int64_t bufferBytes) {
+    return record->tiff == tiff && ScanlineBytes64(tiff) <= bufferBytes;
+}
 
 bool ApplyTagSteps(TIFF* tiff, std::span<const TagStep> steps) {
     bool ok = true;
@@ -84,7 +82,7 @@ TIFF* BeginExport(REALobject object, PictureReader& reader) {
 bool WriteRows(const ExportPass& pass, PictureReader& reader) {
     for (int32_t y = 0; y < reader.height; ++y) {
         pass.convert(pass.buffer, reader.rowPointer, reader.width);
-        if (!StillWritable(pass)) return false;
+        if (!StillWritable(pass.record, pass.tiff, pass.bufferBytes)) return false;
         if (TIFFWriteScanline(pass.tiff, pass.buffer, static_cast<uint32_t>(y), 0) != 1) return false;
         reader.AddPixelRow();
         if (pass.clearAfterRow) ClearMemory(pass.buffer, reader.width);

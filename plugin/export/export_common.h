@@ -58,6 +58,11 @@ TIFF* BeginExport(REALobject object, PictureReader& reader);
 
 // ---- Rows -----------------------------------------------------------------------------------
 
+// Whether rows may still go into `tiff`, the handle a write started with: host code run by a
+// yield may have closed the session's file, opened another in its place, or changed the image
+// so that its scanlines no longer fit the `bufferBytes` that libtiff reads each of them from.
+bool StillWritable(const TiffData* record, TIFF* tiff, int64_t bufferBytes);
+
 // Converts one picture row (`count` pixels of the reader's layout) into a scanline; chosen once
 // for the picture's layout.
 using PixelRowConverter = void (*)(uint8_t* out, const uint8_t* in, int32_t count);

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "bridge/memory.h"
+#include "export/export_common.h"
 #include "export/pixel_words.h"
 #include "picture/picture_editor.h"
 #include "platform/vector_paths.h"
@@ -237,14 +238,19 @@ struct Session {
     TiffData* record;
 };
 
-ClearMemoryPtr<uint8_t> RowBuffer(int32_t width) {
-    return ClearMemoryPtr<uint8_t>(static_cast<uint8_t*>(AllocateClearMemory(int64_t{width} * 4)));
-}
+// A row of four bytes a pixel, which holds a scanline of either layout.
+struct RowBuffer {
+    explicit RowBuffer(int32_t width)
+        : bytes(int64_t{width} * 4), memory(static_cast<uint8_t*>(AllocateClearMemory(bytes))) {}
+    int64_t bytes;
+    ClearMemoryPtr<uint8_t> memory;
+};
 
-// Host code run by a yield may have closed the session's TIFF.
-bool WriteRow(const Session& s, uint8_t* buffer, int32_t y) {
-    if (s.record->tiff == nullptr) return false;
-    return TIFFWriteScanline(s.record->tiff, buffer, static_cast<uint32_t>(y), 0) == 1;
+// Row y into `tiff`, the handle the write started with, while host code run by a yield has left
+// it in place and its scanlines still fit the buffer.
+bool WriteRow(const Session& s, TIFF* tiff, const RowBuffer& row, int32_t y) {
+    if (!StillWritable(s.record, tiff, row.bytes)) return false;
+    return TIFFWriteScanline(tiff, row.memory.get(), static_cast<uint32_t>(y), 0) == 1;
 }
 
 bool WriteOpaque(const Session& s) {
@@ -252,14 +258,17 @@ bool WriteOpaque(const Session& s) {
     if (!reader.GetPictureReader(s.record->Pict)) return false;
     YieldToHost(s.self, s.record);
     current = s.self;
-    const ClearMemoryPtr<uint8_t> buffer = RowBuffer(reader.width);
+    // The yield may have run host code that closed the file.
+    TIFF* tiff = s.record->tiff;
+    if (tiff == nullptr) return false;
+    const RowBuffer row(reader.width);
     const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
-    const bool tagged = ApplyTags(s.record->tiff, kOpaqueTags, shape);
-    if (!tagged || buffer == nullptr) return false;
+    const bool tagged = ApplyTags(tiff, kOpaqueTags, shape);
+    if (!tagged || row.memory == nullptr) return false;
     const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
     for (int32_t y = 0; y < reader.height; ++y) {
-        convert(buffer.get(), reader.rowPointer, reader.width);
-        if (!WriteRow(s, buffer.get(), y)) return false;
+        convert(row.memory.get(), reader.rowPointer, reader.width);
+        if (!WriteRow(s, tiff, row, y)) return false;
         reader.AddPixelRow();
         YieldToHost(s.self, s.record);
         current = s.self;
@@ -272,16 +281,17 @@ bool WriteMasked(const Session& s) {
     if (!picture.GetPictureReader(s.record->Pict)) return false;
     if (!mask.GetPictureReader(s.record->Mask)) return false;
     if (picture.width != mask.width || picture.height != mask.height) return false;
-    const ClearMemoryPtr<uint8_t> buffer = RowBuffer(picture.width);
+    TIFF* tiff = s.record->tiff;
+    const RowBuffer row(picture.width);
     const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
-    const bool tagged = ApplyTags(s.record->tiff, kMaskedTags, shape);
-    if (!tagged || buffer == nullptr) return false;
+    const bool tagged = ApplyTags(tiff, kMaskedTags, shape);
+    if (!tagged || row.memory == nullptr) return false;
     const RowConverter colour = ConvertersFor(picture.pixelType).colour;
     const RowConverter alpha = ConvertersFor(mask.pixelType).alpha;
     for (int32_t y = 0; y < picture.height; ++y) {
-        colour(buffer.get(), picture.rowPointer, picture.width);
-        alpha(buffer.get(), mask.rowPointer, mask.width);
-        if (!WriteRow(s, buffer.get(), y)) return false;
+        colour(row.memory.get(), picture.rowPointer, picture.width);
+        alpha(row.memory.get(), mask.rowPointer, mask.width);
+        if (!WriteRow(s, tiff, row, y)) return false;
         picture.AddPixelRow();
         mask.AddPixelRow();
         YieldToHost(s.self, s.record);

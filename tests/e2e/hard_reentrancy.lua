@@ -16,13 +16,16 @@ local function opened(path)
   return t
 end
 
--- Runs fn(t) with `handler(t)` installed for the first yield only; the loop must have yielded.
-local function during_yield(t, handler, fn)
-  local fired = false
+-- Runs fn(t) with `handler(t)` installed for yield number `at` only (default the first); the loop
+-- must have yielded that often.
+local function during_yield(t, handler, fn, at)
+  local fired, seen = false, 0
   host.onYield(function()
-    if fired then return end
-    fired = true
-    handler(t)
+    seen = seen + 1
+    if seen == (at or 1) then
+      fired = true
+      handler(t)
+    end
   end)
   local ok, result = pcall(fn, t)
   host.onYield(nil)
@@ -76,12 +79,40 @@ end
 
 local writes = {
   { "WriteRGB", function(t) return t:WriteRGB() end },
+  { "WriteRGB without a mask", function(t) t.Mask = nil; return t:WriteRGB() end },
   { "WriteGray", function(t) return t:WriteGray() end },
   { "WriteBW", function(t) return t:WriteBW() end },
 }
 
+-- A session about to write a tall, narrow picture (and mask): after the first yield, which comes
+-- before the first row or right after it, the next comes only once the clock has moved on a tick,
+-- and these rows take longer than that.
+local function tall_writer(kind)
+  local t = writer(kind)
+  t.Pict = NewPicture(16, 30000)
+  t.Mask = NewPicture(16, 30000)
+  return t
+end
+
+-- Handlers that take the file away while rows are being written (the second yield).
+local between_rows = {
+  { "closes the file", function(t) t:Close() end },
+  { "creates a file with wider rows in its place", function(t)
+    t:Close()
+    T.truthy(t:Create(FolderItem(T.tmpfile("hard_reentrancy_wider.tif"))))
+    t.Width = 4000; t.Height = 3; t.BitsPerSample = 8; t.SamplesPerPixel = 4; t.Photometric = 2
+  end },
+}
+
 T.group("writes", function()
   for _, w in ipairs(writes) do
+    for _, h in ipairs(between_rows) do
+      T.test(w[1] .. " stops with false when a handler between rows " .. h[1], function()
+        local t = tall_writer(w[1])
+        T.eq(during_yield(t, h[2], w[2], 2), false)
+        t:Close()
+      end)
+    end
     for _, h in ipairs(hostile) do
       T.test(w[1] .. " while the handler " .. h[1], function()
         local t = writer(w[1])
