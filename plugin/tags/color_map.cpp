@@ -30,9 +30,8 @@ void ReleaseBlock(REALmemoryBlock* slot) {
         REALUnlockObject(reinterpret_cast<REALobject>(old));
 }
 
-bool FillBlock(REALmemoryBlock* slot, const uint16_t* values, int64_t bytes) {
-    *slot = REALNewMemoryBlock(bytes);
-    void* target = *slot != nullptr ? REALMemoryBlockGetPtr(*slot) : nullptr;
+bool FillBlock(REALmemoryBlock block, const uint16_t* values, int64_t bytes) {
+    void* target = REALMemoryBlockGetPtr(block);
     if (target == nullptr) return false;
     std::memcpy(target, values, static_cast<size_t>(bytes));
     return true;
@@ -116,8 +115,13 @@ bool GetColorMap(REALobject self, REALmemoryBlock* red, REALmemoryBlock* green, 
         return false;
     const int64_t bytes = ChannelBytes(tiff);
     if (bytes == 0) return false;
-    // Each block is stored as soon as it exists, so a failure leaves the ones already made.
-    return FillBlock(red, r, bytes) && FillBlock(green, g, bytes) && FillBlock(blue, b, bytes);
+    // All three blocks are made and stored before any is checked or filled: when one cannot be
+    // made, the others are still handed back, empty.
+    *red = REALNewMemoryBlock(bytes);
+    *green = REALNewMemoryBlock(bytes);
+    *blue = REALNewMemoryBlock(bytes);
+    if (*red == nullptr || *green == nullptr || *blue == nullptr) return false;
+    return FillBlock(*red, r, bytes) && FillBlock(*green, g, bytes) && FillBlock(*blue, b, bytes);
 }
 
 bool SetColorMap(REALobject self, REALmemoryBlock red, REALmemoryBlock green, REALmemoryBlock blue) {

@@ -66,12 +66,25 @@ T.group("host.failAfter", function()
     T.eq(t.Pict.Width, 157)
   end)
 
+  -- All three blocks are made before any is filled: the one that cannot be made comes back nil,
+  -- the other two empty.
   T.test("GetColorMap when a block cannot be made", function()
-    local results = sweep("memoryblock", opened(PALETTE), function(t)
-      local r, g, b = Ref(nil), Ref(nil), Ref(nil)
-      return t:GetColorMap(r, g, b)
-    end)
-    T.truthy(any_failure(results, function(r) return r == false end))
+    local t = opened(PALETTE)()
+    for n = 1, 3 do
+      local refs = { Ref(nil), Ref(nil), Ref(nil) }
+      host.failAfter("memoryblock", n)
+      T.eq(t:GetColorMap(refs[1], refs[2], refs[3]), false, "block " .. n .. " failing")
+      host.failAfter("memoryblock", 0)
+      for i, ref in ipairs(refs) do
+        if i == n then
+          T.eq(ref.value, nil, "block " .. n .. " failing: that block")
+        else
+          T.eq(ref.value:Bytes(0), string.rep("\0", 512), "block " .. n .. " failing: block " .. i)
+        end
+      end
+    end
+    local r, g, b = Ref(nil), Ref(nil), Ref(nil)
+    T.eq(t:GetColorMap(r, g, b), true, "and then it succeeds")
   end)
 
   T.test("OutputBuffer when the string cannot be made", function()
