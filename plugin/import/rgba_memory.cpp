@@ -136,13 +136,18 @@ bool Inside(const TIFFRGBAImage& image, int32_t x, int32_t y, int32_t width, int
 
 // Whether libtiff 4.5 places `col_offset` right. For strips it advances col_offset × samples
 // bytes, true only when every pixel is that many bytes (8-bit contiguous samples, not packed in
-// subsampling blocks); for tiles it is right from any tile boundary. The whole width needs no
-// offset at all.
+// subsampling blocks); for tiles it is right from any tile boundary, except for 16-bit grey:
+// there it skips the rest of a tile row the rectangle leaves out by half as many bytes as it
+// should, so every row but the first of a narrower rectangle starts in the wrong place. The
+// whole width needs no offset at all.
 bool LibtiffPlacesColumns(const TIFFRGBAImage& image, const Rect& r) {
     if (r.x == 0 && r.width == image.width) return true;
     const bool blockPacked = image.photometric == PHOTOMETRIC_YCBCR ||
                              image.photometric == PHOTOMETRIC_LOGL || image.photometric == PHOTOMETRIC_LOGLUV;
     if (image.isContig && image.bitspersample == 8 && !blockPacked) return true;
+    const bool grey =
+        image.photometric == PHOTOMETRIC_MINISBLACK || image.photometric == PHOTOMETRIC_MINISWHITE;
+    if (grey && image.bitspersample == 16) return false;
     uint32_t tileWidth = 0;
     return TIFFIsTiled(image.tif) && TIFFGetField(image.tif, TIFFTAG_TILEWIDTH, &tileWidth) == 1 &&
            tileWidth > 0 && r.x % tileWidth == 0;

@@ -12,14 +12,17 @@ local images = P.images(arg, "pipe_rgba_memory")
 local ASCII = 0x600
 
 -- Files, their orientation tag, and the rectangles stepped through them. The 8-bit contiguous
--- ones and tile-aligned columns are placed by libtiff itself; 1- and 16-bit data, separate planes
--- and off-tile columns are rendered in full-width bands by the plugin. All must agree.
+-- ones and tile-aligned columns are placed by libtiff itself; 1- and 16-bit data, separate planes,
+-- off-tile columns and 16-bit grey tiles are rendered in full-width bands by the plugin. All must
+-- agree.
 local FILES = {
   { "rgba_wide8.tif", 1, { { 32760, 0, 20, 3 }, { 0, 1, 40000, 2 }, { 39990, 2, 10, 1 }, { 12345, 0, 7, 3 } } },
   { "rgba_wide16.tif", 1, { { 32760, 0, 20, 3 }, { 0, 1, 40000, 2 }, { 39990, 2, 10, 1 }, { 0, 0, 9, 2 } } },
   { "rgba_wide1.tif", 1, { { 32761, 3, 30, 5 }, { 0, 0, 17, 9 }, { 40000, 8, 3, 1 }, { 5, 1, 39990, 2 } } },
   { "rgba_tiled8.tif", 1, { { 64, 64, 64, 64 }, { 37, 50, 100, 90 }, { 250, 100, 50, 50 }, { 0, 0, 300, 150 } } },
   { "rgba_tiled16.tif", 1, { { 64, 64, 64, 64 }, { 37, 50, 100, 90 }, { 250, 100, 50, 50 }, { 128, 0, 5, 150 } } },
+  -- libtiff misplaces the rows of 16-bit grey tiles narrower than the tile even from a tile's edge.
+  { "rgba_tiledgrey16.tif", 1, { { 0, 0, 7, 3 }, { 64, 64, 64, 64 }, { 128, 10, 5, 100 }, { 37, 50, 100, 90 } } },
   { "rgba_grey16.tif", 1, { { 3, 2, 17, 11 }, { 49, 19, 1, 1 }, { 0, 5, 50, 4 } } },
   { "rgba_separate8.tif", 1, { { 3, 2, 17, 11 }, { 49, 19, 1, 1 } } },
   { "rgba_botright8.tif", 3, { { 3, 2, 17, 11 }, { 0, 0, 50, 20 } } },

@@ -287,6 +287,7 @@ static void make_rgba(const char* dir) {
         {"rgba_wide1.tif", 40003, 9, 1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_CCITTFAX4, 0, 0, 0, 2},
         {"rgba_tiled8.tif", 300, 150, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, 0, 0},
         {"rgba_tiled16.tif", 300, 150, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, 0, 0},
+        {"rgba_tiledgrey16.tif", 300, 150, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 0},
         {"rgba_grey16.tif", 50, 20, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 3},
         {"rgba_separate8.tif", 50, 20, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, PLANARCONFIG_SEPARATE, 0,
          3},
