@@ -4,14 +4,18 @@
 
 namespace tqv {
 
-void ObjectLocks::Lock(void* handle) {
+bool ObjectLocks::Lock(void* handle) {
+    if (ResolveService(ServiceId::REALLockObject) == nullptr) return false;
     REALLockObject(static_cast<REALobject>(handle));
+    return true;
 }
 void ObjectLocks::Unlock(void* handle) {
     REALUnlockObject(static_cast<REALobject>(handle));
 }
-void StringLocks::Lock(void* handle) {
+bool StringLocks::Lock(void* handle) {
+    if (ResolveService(ServiceId::REALLockString) == nullptr) return false;
     REALLockString(static_cast<REALstring>(handle));
+    return true;
 }
 void StringLocks::Unlock(void* handle) {
     REALUnlockString(static_cast<REALstring>(handle));

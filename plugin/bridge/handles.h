@@ -2,7 +2,9 @@
 //
 // A wrapper holds exactly one lock on its handle. It is made either by Borrow (take a new lock on
 // a handle someone else owns) or by Steal (adopt the lock the host already gave us, as with every
-// handle a service returns), so every call site says who owns what. Copying takes a lock, moving
+// handle a service returns), so every call site says who owns what. On a host without the lock
+// service Borrow holds nothing (it could not keep the handle alive), so nothing is ever given back
+// that was not taken. Copying takes a lock, moving
 // hands the lock over, assignment locks the new handle before it unlocks the old one (assigning a
 // handle to itself is safe). Release() gives the lock away, for results returned to the host.
 #ifndef TQV_BRIDGE_HANDLES_H
@@ -14,12 +16,13 @@
 
 namespace tqv {
 
+// Lock answers whether a lock was taken: false when the host has no lock service.
 struct ObjectLocks {
-    static void Lock(void* handle);
+    static bool Lock(void* handle);
     static void Unlock(void* handle);
 };
 struct StringLocks {
-    static void Lock(void* handle);
+    static bool Lock(void* handle);
     static void Unlock(void* handle);
 };
 
@@ -28,7 +31,7 @@ class HostRef {
   public:
     HostRef() noexcept = default;
     static HostRef Borrow(T handle) noexcept {
-        if (handle != nullptr) Locks::Lock(handle);
+        if (handle == nullptr || !Locks::Lock(handle)) return HostRef();
         return HostRef(handle);
     }
     static HostRef Steal(T handle) noexcept { return HostRef(handle); }
@@ -53,7 +56,7 @@ class HostRef {
     T Release() noexcept { return std::exchange(handle_, nullptr); }
     // Holds a new lock on `handle` (borrowed) and drops the old one.
     void Reset(T handle = nullptr) noexcept {
-        if (handle != nullptr) Locks::Lock(handle);
+        if (handle != nullptr && !Locks::Lock(handle)) handle = nullptr;
         Unlock(std::exchange(handle_, handle));
     }
 

@@ -146,9 +146,11 @@ bool PictureEditor::Lock(REALpicture source, bool mayCopyIt, bool writing, int c
 }
 
 // Takes the editor's own lock on `source` before dropping any older one (it may be the same).
-void PictureEditor::Hold(REALpicture source) {
-    REALLockObject(AsObject(source));
+// False, holding nothing new, on a host that cannot lock it.
+bool PictureEditor::Hold(REALpicture source) {
+    if (!ObjectLocks::Lock(AsObject(source))) return false;
     if (REALpicture old = std::exchange(picture, source)) REALUnlockObject(AsObject(old));
+    return true;
 }
 
 bool PictureEditor::LockCopy(REALpicture copy, int copiesLeft) {
@@ -191,12 +193,11 @@ bool PictureEditor::LockPixMap(REALpicture source, int copiesLeft) {
     bytesPerPixel = depth == kDepthXRGB ? 4 : 3;
     if (!LockPixels(pixMap)) return FailPixMap(source);
     baseAddress = rowPointer = static_cast<uint8_t*>(GetPixBaseAddr(pixMap));
-    if (baseAddress == nullptr) {
+    if (baseAddress == nullptr || !Hold(source)) {
         UnlockPixels(pixMap);
         return FailPixMap(source);
     }
     descriptionLocked = true;
-    Hold(source);
     rowBytes = static_cast<int32_t>(GetPixRowBytes(pixMap));
     width = description.width;
     height = description.height;
@@ -233,7 +234,10 @@ bool PictureEditor::LockConsole(REALpicture source) {
         REALUnlockPictureDescription(source);
         return false;
     }
-    Hold(source);
+    if (!Hold(source)) {
+        REALUnlockPictureDescription(source);
+        return false;
+    }
     descriptionLocked = true;
     pixelType = kPixelTypeBGRX;
     column = rowIndex = 0;
@@ -261,9 +265,11 @@ void PictureEditor::AddPixelRow() {
 REALpicture PictureEditor::RenderPictureWriter() {
     REALpicture result = nullptr;
     if (picture != nullptr) {
-        REALLockObject(AsObject(picture));
-        REALPictureClearCache(picture);
-        result = picture;
+        // The caller's own lock; a host that cannot lock gets no picture.
+        if (ObjectLocks::Lock(AsObject(picture))) {
+            REALPictureClearCache(picture);
+            result = picture;
+        }
     } else if (buffer != nullptr) {
         result = REALBuildPictureFromBuffer(width, height, REALpictureTypeBuffer, buffer, rowBytes);
     }

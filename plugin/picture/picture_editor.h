@@ -74,7 +74,7 @@ class PictureEditor {
     bool LockCopyOfDepth(REALpicture source, int copiesLeft);
     bool LockConsole(REALpicture picture);
     bool LockCopy(REALpicture copy, int copiesLeft);
-    void Hold(REALpicture picture);
+    bool Hold(REALpicture picture);
     bool FailPixMap(REALpicture picture);
 
   protected:

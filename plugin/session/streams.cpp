@@ -161,7 +161,10 @@ TIFF* OpenReadStream(TiffData* record, const char* mode) {
 }
 
 bool OpenStringWithMode(TiffData* record, REALstring data, const char* mode) {
+    // The stream may read the string's own bytes long after this call: a string the host cannot
+    // lock for the session cannot be read from.
     record->inputString = StringRef::Borrow(data).Release();
+    if (record->inputString == nullptr) return false;
     record->inputData = new rbData(data);
     record->streamSize = Low32(static_cast<uint64_t>(std::max(record->inputData->Length(), 0)));
     record->streamPosition = 0;

@@ -1,5 +1,5 @@
 -- A host that lacks a service: the plugin answers failure values and never crashes.
--- arg[1] names what the host withholds: events, paths or exceptions.
+-- arg[1] names what the host withholds: events, paths, exceptions or locks.
 local T = require("testlib")
 -- The helper sits next to this script (ctest's LUA_PATH keeps only the test library's folder).
 package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. package.path
@@ -31,6 +31,23 @@ elseif mode == "exceptions" then
     local ok, result = pcall(function() return t:Open(nil) end)
     T.eq(ok, true, "nothing raised")
     T.eq(result, false)
+  end)
+elseif mode == "locks" then
+  -- Without lock services the plugin cannot keep a host handle alive, so it keeps none: every
+  -- operation that would hold one fails, and nothing is given back that was never taken (testlib
+  -- checks the host's accounting after each test).
+  T.test("without locks nothing is held and nothing is released twice", function()
+    local t = TiffPictureTQV()
+    local path = T.write_bytes(F.tmp(T, "withheld_locks.tif"), F.grey_1x1(2))
+    T.eq(t:Open(FolderItem(path)), false, "Open holds the folder item")
+    T.eq(t:OpenString(String(T.read_bytes(path), 0xFFFF)), false, "OpenString holds the string")
+    local made = TIFFStringToTiffPictureTQV(T.read_bytes(path))
+    T.eq(made and made.Pict, nil, "no picture can be held")
+    t.Pict = NewPicture(2, 2)
+    collectgarbage(); collectgarbage()
+    T.eq(t.Pict, nil, "nor assigned")
+    T.eq(t.InputBuffer, nil)
+    t:Close()
   end)
 else
   error("unknown mode " .. tostring(mode))
