@@ -83,11 +83,11 @@ bool WriteRows(const ExportPass& pass, PictureReader& reader) {
     for (int32_t y = 0; y < reader.height; ++y) {
         pass.convert(pass.buffer, reader.rowPointer, reader.width);
         if (!StillWritable(pass.record, pass.tiff, pass.bufferBytes)) return false;
+        NoteRowsWritten(pass.tiff);
         if (TIFFWriteScanline(pass.tiff, pass.buffer, static_cast<uint32_t>(y), 0) != 1) return false;
         reader.AddPixelRow();
         if (pass.clearAfterRow) ClearMemory(pass.buffer, reader.width);
-        YieldToHost(pass.self, pass.record);
-        current = pass.self;
+        if (!YieldDuringRows(pass.self, pass.record, pass.tiff) && y + 1 < reader.height) return false;
     }
     return true;
 }

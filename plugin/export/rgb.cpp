@@ -250,6 +250,7 @@ struct RowBuffer {
 // it in place and its scanlines still fit the buffer.
 bool WriteRow(const Session& s, TIFF* tiff, const RowBuffer& row, int32_t y) {
     if (!StillWritable(s.record, tiff, row.bytes)) return false;
+    NoteRowsWritten(tiff);
     return TIFFWriteScanline(tiff, row.memory.get(), static_cast<uint32_t>(y), 0) == 1;
 }
 
@@ -270,8 +271,7 @@ bool WriteOpaque(const Session& s) {
         convert(row.memory.get(), reader.rowPointer, reader.width);
         if (!WriteRow(s, tiff, row, y)) return false;
         reader.AddPixelRow();
-        YieldToHost(s.self, s.record);
-        current = s.self;
+        if (!YieldDuringRows(s.self, s.record, tiff) && y + 1 < reader.height) return false;
     }
     return true;
 }
@@ -294,8 +294,7 @@ bool WriteMasked(const Session& s) {
         if (!WriteRow(s, tiff, row, y)) return false;
         picture.AddPixelRow();
         mask.AddPixelRow();
-        YieldToHost(s.self, s.record);
-        current = s.self;
+        if (!YieldDuringRows(s.self, s.record, tiff) && y + 1 < picture.height) return false;
     }
     return true;
 }

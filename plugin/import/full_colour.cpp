@@ -201,6 +201,7 @@ void StoreDirect(TiffData* record, DirectPictures pictures, REALobject self) {
 }
 
 bool ReadInto(TiffData* record, uint32_t step, REALobject self) {
+    if (!RowsReadable(record->tiff, "TIFFRGBAImageBegin")) return false;
     if (step == 1 && DirectPathEnabled()) {
         DirectPictures pictures;
         if (ReadDirect(record->tiff, pictures)) {

@@ -396,6 +396,7 @@ REALmemoryBlock ReadRGBMemory(REALobject object, REALstring* errorMessage) {
     ClearMessage(errorMessage);
     TiffData* record = TiffDataOf(object);
     if (record == nullptr || record->tiff == nullptr) return nullptr;
+    if (!RowsReadable(record->tiff, "TIFFRGBAImageBegin")) return nullptr;
     char message[kMessageBytes] = {};
     TIFFRGBAImage image{};
     Raster raster;
@@ -415,6 +416,7 @@ bool ReadRGBMemoryBegin(REALobject object, REALstring* errorMessage) {
     TiffData* record = TiffDataOf(object);
     if (record == nullptr || record->tiff == nullptr) return false;
     EndState(record);
+    if (!RowsReadable(record->tiff, "TIFFRGBAImageBegin")) return false;
     auto* state = static_cast<RgbaState*>(AllocateClearMemory(sizeof(RgbaState)));
     if (state == nullptr) return false;
     char message[kMessageBytes] = {};
@@ -434,6 +436,7 @@ REALmemoryBlock ReadRGBMemoryStep(REALobject object, int32_t x, int32_t y, int32
     if (record == nullptr || record->tiff == nullptr || record->rgbaImage == nullptr) return nullptr;
     RgbaState* state = StateOf(record);
     if (!(state->signature == Signature::Of(record->tiff))) return nullptr;
+    if (!RowsReadable(record->tiff, "TIFFRGBAImageGet")) return nullptr;
     TIFFRGBAImage& image = state->image;
     if (!Inside(image, x, y, width, height)) return nullptr;
     const Rect r{static_cast<uint32_t>(x), static_cast<uint32_t>(y), static_cast<uint32_t>(width),

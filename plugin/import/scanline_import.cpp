@@ -45,17 +45,11 @@ bool Fetch(TIFF* tiff, bool withPhotometric, ScanlineImage& image) {
     return ok && image.scanlineSize >= 1;
 }
 
-// Host code run by a yield may close the session's TIFF, open another one or change its
-// directory; the read goes on only while the handle and its row length are the ones it started
-// with, so a scanline never outgrows the buffer.
-bool StillSame(const Session& s, TIFF* tiff, int64_t scanlineSize) {
-    return s.record->tiff == tiff && ScanlineSizeOf(tiff) == scanlineSize;
-}
-
+// Host code run by a yield may close the session's TIFF, open another one, change its directory
+// or its fields, or read it; the read goes on only while the handle is undisturbed and its row
+// length the one it started with, so a scanline never outgrows the buffer.
 bool YieldAndCheck(const Session& s, TIFF* tiff, int64_t scanlineSize) {
-    YieldToHost(s.self, s.record);
-    current = s.self;
-    return StillSame(s, tiff, scanlineSize);
+    return YieldDuringRows(s.self, s.record, tiff) && ScanlineSizeOf(tiff) == scanlineSize;
 }
 
 bool ValidRect(const SourceRect& rect, uint32_t sampling) {

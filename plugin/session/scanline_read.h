@@ -6,7 +6,8 @@
 // compressions libtiff refuses the read earlier (the strip's byte count is 0), but old-style JPEG
 // reads its data itself and skips that check, and the division by zero stops the host. So a
 // scanline read of a striped image without strip offsets fails here with libtiff's failure value,
-// reported like libtiff's own errors.
+// reported like libtiff's own errors. So does a read of an image whose rows are being written
+// (session/tiff_data.h).
 #ifndef TQV_SESSION_SCANLINE_READ_H
 #define TQV_SESSION_SCANLINE_READ_H
 
@@ -14,9 +15,12 @@
 
 #include <cstdint>
 
+#include "session/tiff_data.h"
+
 namespace tqv {
 
 inline int ReadScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample) {
+    if (!RowsReadable(tiff, "TIFFReadScanline")) return -1;
     if (!TIFFIsTiled(tiff)) {
         uint64_t* offsets = nullptr;
         if (TIFFGetField(tiff, TIFFTAG_STRIPOFFSETS, &offsets) != 1 || offsets == nullptr) {

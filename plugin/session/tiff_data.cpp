@@ -59,6 +59,57 @@ void YieldToHost(REALobject self, TiffData* record) {
     current = self;
 }
 
+namespace {
+
+// The change count and the writing mark live with the handle, in libtiff's own list of client
+// data, and go with it.
+constexpr char kChangesName[] = "tqv.changes";
+constexpr char kWritingName[] = "tqv.writing";
+
+uintptr_t ChangesOf(TIFF* tiff) {
+    return reinterpret_cast<uintptr_t>(TIFFGetClientInfo(tiff, kChangesName));
+}
+
+struct HandleMark {
+    uintptr_t changes;
+    uint32_t row;
+    uint32_t strip;
+    bool operator==(const HandleMark&) const = default;
+};
+
+HandleMark MarkOf(TIFF* tiff) {
+    return {ChangesOf(tiff), TIFFCurrentRow(tiff), TIFFCurrentStrip(tiff)};
+}
+
+}  // namespace
+
+void NoteHandleChange(TIFF* tiff) {
+    if (tiff != nullptr) TIFFSetClientInfo(tiff, reinterpret_cast<void*>(ChangesOf(tiff) + 1), kChangesName);
+}
+
+void NoteRowsWritten(TIFF* tiff) {
+    if (tiff != nullptr && TIFFGetClientInfo(tiff, kWritingName) == nullptr)
+        TIFFSetClientInfo(tiff, tiff, kWritingName);
+}
+
+void NoteDirectoryChanged(TIFF* tiff) {
+    if (tiff != nullptr && TIFFGetClientInfo(tiff, kWritingName) != nullptr)
+        TIFFSetClientInfo(tiff, nullptr, kWritingName);
+}
+
+bool RowsReadable(TIFF* tiff, const char* module) {
+    if (tiff == nullptr || TIFFGetClientInfo(tiff, kWritingName) == nullptr) return true;
+    TIFFErrorExtR(tiff, module, "Cannot read rows of an image while its rows are being written");
+    return false;
+}
+
+bool YieldDuringRows(REALobject self, TiffData* record, TIFF* tiff) {
+    const HandleMark before = MarkOf(tiff);
+    YieldToHost(self, record);
+    // A handle closed by the yield is never looked at: only the session's own one is.
+    return record->tiff == tiff && MarkOf(tiff) == before;
+}
+
 void TiffConstructor(REALobject object) {
     TiffData* record = TiffDataOf(object);
     if (record == nullptr) return;

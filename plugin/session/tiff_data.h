@@ -56,6 +56,26 @@ void TiffClean(TiffData* record);
 // the message target again, since the host may have run other objects' code meanwhile.
 void YieldToHost(REALobject self, TiffData* record);
 
+// Counts a change that host code made to a handle behind a row loop's back: a field set (which
+// may put a new codec in place in the middle of a strip) or a flush (which ends the codec's
+// stream in the middle of one).
+void NoteHandleChange(TIFF* tiff);
+
+// Scanlines written into the handle's current directory wait in libtiff's strip buffer and codec
+// state until the strip is full, which reading any row of the same directory takes over: the
+// pending rows are lost and a compressing codec can be left in a state that stops the process
+// when the file is closed. Scanline writes note themselves; a directory written or another one
+// selected ends it. RowsReadable is false then, after an Error event naming `module`.
+void NoteRowsWritten(TIFF* tiff);
+void NoteDirectoryChanged(TIFF* tiff);
+bool RowsReadable(TIFF* tiff, const char* module);
+
+// YieldToHost for a loop reading or writing the rows of `tiff`. True when host code run by the
+// yield left that handle as the loop had it: still the session's, no field set, not flushed, and
+// at the same row and strip (host code that read or wrote rows of it moved them). Otherwise the
+// loop must stop: libtiff's state for its next row is gone.
+bool YieldDuringRows(REALobject self, TiffData* record, TIFF* tiff);
+
 void TiffConstructor(REALobject object);
 void TiffDestructor(REALobject object);
 

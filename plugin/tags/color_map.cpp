@@ -8,6 +8,7 @@
 
 #include "bridge/services.h"
 #include "bridge/values.h"
+#include "session/tiff_data.h"
 #include "tags/tag_access.h"
 
 namespace tqv {
@@ -74,6 +75,7 @@ bool LeavesOldJpeg(TIFF* tiff, va_list ap) {
 }
 
 int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
+    NoteHandleChange(tiff);
     if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsMapSize(tiff, ap)) {
         TIFFErrorExtR(tiff, "BitsPerSample",
                       "Cannot change BitsPerSample while a colour map sized for the current value is set");

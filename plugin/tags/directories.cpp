@@ -22,7 +22,9 @@ bool AfterDirectoryChange(REALobject self, bool changed, bool headerOnly) {
 
 bool ReadDirectory(REALobject self, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
-    return tiff != nullptr && AfterDirectoryChange(self, TIFFReadDirectory(tiff) != 0, headerOnly);
+    if (tiff == nullptr) return false;
+    NoteDirectoryChanged(tiff);
+    return AfterDirectoryChange(self, TIFFReadDirectory(tiff) != 0, headerOnly);
 }
 
 // libtiff 4.5 takes 32-bit directory numbers and fails on 65536; the host's index is 16-bit.
@@ -30,6 +32,7 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     const auto directory = static_cast<uint16_t>(index);
+    NoteDirectoryChanged(tiff);
     return AfterDirectoryChange(self, TIFFSetDirectory(tiff, directory) != 0, headerOnly);
 }
 
@@ -55,19 +58,31 @@ bool rbTIFFSetDirectory3(REALobject self, int32_t index, bool headerOnly) {
 }
 
 bool rbTIFFRewriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFRewriteDirectory(tiff) != 0; });
+    return OnOpenTiff(self, [](TIFF* tiff) {
+        NoteDirectoryChanged(tiff);
+        return TIFFRewriteDirectory(tiff) != 0;
+    });
 }
 bool rbTIFFWriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFWriteDirectory(tiff) != 0; });
+    return OnOpenTiff(self, [](TIFF* tiff) {
+        NoteDirectoryChanged(tiff);
+        return TIFFWriteDirectory(tiff) != 0;
+    });
 }
 bool rbTIFFLastDirectory(REALobject self) {
     return OnOpenTiff(self, [](TIFF* tiff) { return TIFFLastDirectory(tiff) == 1; });
 }
 bool rbTIFFFlush(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFFlush(tiff) == 1; });
+    return OnOpenTiff(self, [](TIFF* tiff) {
+        NoteHandleChange(tiff);
+        return TIFFFlush(tiff) == 1;
+    });
 }
 bool rbTIFFFlushData(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return TIFFFlushData(tiff) == 1; });
+    return OnOpenTiff(self, [](TIFF* tiff) {
+        NoteHandleChange(tiff);
+        return TIFFFlushData(tiff) == 1;
+    });
 }
 
 int32_t rbTIFFNumberOfDirectories(REALobject self) {

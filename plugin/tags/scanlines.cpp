@@ -6,6 +6,7 @@
 #include "bridge/services.h"
 #include "bridge/values.h"
 #include "session/scanline_read.h"
+#include "session/tiff_data.h"
 #include "tags/tag_access.h"
 
 namespace tqv {
@@ -27,6 +28,7 @@ int ReadRow(TIFF* tiff, void* row, int64_t index, int32_t sample) {
 }
 
 void WriteRow(TIFF* tiff, const uint8_t* row, int64_t index, int32_t sample) {
+    NoteRowsWritten(tiff);
     TIFFWriteScanline(tiff, const_cast<uint8_t*>(row), static_cast<uint32_t>(index), Plane(sample));
 }
 

@@ -46,6 +46,7 @@ local reads = {
 
 local hostile = {
   { "closes the session", function(t) t:Close() end },
+  { "changes the compression", function(t) t.Compression = 5 end },
   { "reads another image", function(t) T.truthy(t:Open(FolderItem(PALETTE))); t:ReadRGB() end },
   { "opens a TIFF string", function(t) t:OpenString(T.read_bytes(RGB)) end },
   { "drops the pictures", function(t) t.Pict = nil; t.Mask = nil end },
@@ -53,6 +54,16 @@ local hostile = {
 }
 
 T.group("reads", function()
+  -- A scanline read's first yield comes before its first row or right after it: a codec put in
+  -- place there would decode the rest of the strip with the wrong state.
+  for _, r in ipairs(reads) do
+    if r[1]:find("BW") or r[1]:find("LUT") then
+      T.test(r[1] .. " stops with false when the handler changes the compression", function()
+        local t = opened(r[2])
+        T.eq(during_yield(t, function(s) s.Compression = 5 end, r[3]), false)
+      end)
+    end
+  end
   for _, r in ipairs(reads) do
     for _, h in ipairs(hostile) do
       T.test(r[1] .. " while the handler " .. h[1], function()
@@ -113,6 +124,16 @@ T.group("writes", function()
         t:Close()
       end)
     end
+    T.test(w[1] .. " goes on whole when a handler between rows reads the image being written", function()
+      local t = tall_writer(w[1])
+      local read = "not called"
+      T.eq(during_yield(t, function(s) read = s:Scanline(0) end, w[2], 2), true)
+      T.eq(read, nil, "the read is refused")
+      t:Close()
+      local r = TiffPictureTQV()
+      T.truthy(r:Open(FolderItem(T.tmpfile("hard_reentrancy_" .. w[1] .. ".tif"))))
+      T.truthy(r:Scanlines(0, 30000), "every row reads back")
+    end)
     for _, h in ipairs(hostile) do
       T.test(w[1] .. " while the handler " .. h[1], function()
         local t = writer(w[1])

@@ -111,6 +111,30 @@ T.group("Writing", function()
     local r = H.opened(out)
     T.eq(r:Scanlines(0, 3):Bytes(), row(0) .. row(1) .. row(0))
   end)
+  -- Rows not yet flushed wait in libtiff's strip buffer and codec state, which a read of the same
+  -- image would take over; with Group 4 the file could then not even be closed.
+  T.test("rows of an image being written cannot be read until its directory is written", function()
+    for _, compression in ipairs({ 1, 4, 5 }) do
+      local out = T.tmpfile("scanline_read_while_writing_" .. compression .. ".tif")
+      local t = TiffPictureTQV()
+      t:Create(FolderItem(out))
+      t.Width, t.Height, t.BitsPerSample, t.Photometric, t.Compression = 64, 20, 1, 0, compression
+      t.RowsPerStrip = 20
+      local mb = MemoryBlock(8)
+      for i = 0, 7 do mb:SetByte(i, i * 37 % 256) end
+      for y = 0, 9 do assign(t, "Scanline", mb, y) end
+      local errors = {}
+      t.Error = function(_, _, message) errors[#errors + 1] = tostring(message) end
+      T.eq(t:Scanline(0), nil, "compression " .. compression .. ": the read")
+      T.eq(t:ReadBW(), false, "compression " .. compression .. ": a picture read")
+      T.eq(errors[1], "Cannot read rows of an image while its rows are being written")
+      t.Error = nil
+      for y = 10, 19 do assign(t, "Scanline", mb, y) end
+      T.eq(t:AddImage(), true, "the directory is written")
+      t:Close()
+      T.eq(H.opened(out):Scanlines(0, 20):Bytes(), string.rep(mb:Bytes(), 20), "compression " .. compression)
+    end
+  end)
   T.test("a failing row does not stop the run", function()
     local t = H.opened(path)  -- read-only: libtiff refuses every row
     local errors = 0
