@@ -4,9 +4,9 @@
 // a handle someone else owns) or by Steal (adopt the lock the host already gave us, as with every
 // handle a service returns), so every call site says who owns what. On a host without the lock
 // service Borrow holds nothing (it could not keep the handle alive), so nothing is ever given back
-// that was not taken. Copying takes a lock, moving
-// hands the lock over, assignment locks the new handle before it unlocks the old one (assigning a
-// handle to itself is safe). Release() gives the lock away, for results returned to the host.
+// that was not taken. Copying takes a lock, moving hands the lock over, assignment locks the new
+// handle before it unlocks the old one (assigning a handle to itself is safe). Release() gives the
+// lock away, for results returned to the host.
 #ifndef TQV_BRIDGE_HANDLES_H
 #define TQV_BRIDGE_HANDLES_H
 
