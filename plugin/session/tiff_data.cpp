@@ -104,6 +104,8 @@ bool RowsReadable(TIFF* tiff, const char* module) {
 }
 
 bool YieldDuringRows(REALobject self, TiffData* record, TIFF* tiff) {
+    // Without yields no host code runs between the rows (the default): nothing to compare.
+    if (record->yield.YieldTicks <= 0) return record->tiff == tiff;
     const HandleMark before = MarkOf(tiff);
     YieldToHost(self, record);
     // A handle closed by the yield is never looked at: only the session's own one is.
