@@ -80,10 +80,10 @@ TIFF* BeginExport(REALobject object, PictureReader& reader) {
 }
 
 bool WriteRows(const ExportPass& pass, PictureReader& reader) {
+    NoteRowsWritten(pass.tiff);
     for (int32_t y = 0; y < reader.height; ++y) {
         pass.convert(pass.buffer, reader.rowPointer, reader.width);
         if (!StillWritable(pass.record, pass.tiff, pass.bufferBytes)) return false;
-        NoteRowsWritten(pass.tiff);
         if (TIFFWriteScanline(pass.tiff, pass.buffer, static_cast<uint32_t>(y), 0) != 1) return false;
         reader.AddPixelRow();
         if (pass.clearAfterRow) ClearMemory(pass.buffer, reader.width);

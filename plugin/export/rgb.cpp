@@ -250,7 +250,6 @@ struct RowBuffer {
 // it in place and its scanlines still fit the buffer.
 bool WriteRow(const Session& s, TIFF* tiff, const RowBuffer& row, int32_t y) {
     if (!StillWritable(s.record, tiff, row.bytes)) return false;
-    NoteRowsWritten(tiff);
     return TIFFWriteScanline(tiff, row.memory.get(), static_cast<uint32_t>(y), 0) == 1;
 }
 
@@ -266,6 +265,7 @@ bool WriteOpaque(const Session& s) {
     const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
     const bool tagged = ApplyTags(tiff, kOpaqueTags, shape);
     if (!tagged || row.memory == nullptr) return false;
+    NoteRowsWritten(tiff);
     const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
     for (int32_t y = 0; y < reader.height; ++y) {
         convert(row.memory.get(), reader.rowPointer, reader.width);
@@ -286,6 +286,7 @@ bool WriteMasked(const Session& s) {
     const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
     const bool tagged = ApplyTags(tiff, kMaskedTags, shape);
     if (!tagged || row.memory == nullptr) return false;
+    NoteRowsWritten(tiff);
     const RowConverter colour = ConvertersFor(picture.pixelType).colour;
     const RowConverter alpha = ConvertersFor(mask.pixelType).alpha;
     for (int32_t y = 0; y < picture.height; ++y) {
