@@ -118,8 +118,11 @@ class StripRows {
 
 // The exchange for rows i = 0 .. length - 1 (an empty image exchanges nothing and succeeds).
 // libtiff's -1 (a failed read, a write to a file not open for writing) is passed over: only 0
-// ends it.
-bool Exchange(TIFF* self, TIFF* output, uint32_t length, uint8_t* a, uint8_t* b) {
+// ends it, or an Error or Warning handler closing either session (libtiff closes the handle when
+// the call returns; the rows left would only raise the same message again, once a row).
+bool Exchange(const TiffData* record, const TiffData* other, uint32_t length, uint8_t* a, uint8_t* b) {
+    TIFF* const self = record->tiff;
+    TIFF* const output = other->tiff;
     // One handle on both sides would hold the same strips twice; its rows go through libtiff's
     // scanline calls.
     StripRows selfRows, outputRows;
@@ -131,6 +134,7 @@ bool Exchange(TIFF* self, TIFF* output, uint32_t length, uint8_t* a, uint8_t* b)
         if (outputRows.Read(b, j) == 0) return false;
         if (selfRows.Write(b, i) == 0) return false;
         if (outputRows.Write(a, j) == 0) return false;
+        if (record->tiff != self || other->tiff != output) return false;
     }
     return true;
 }
@@ -156,7 +160,7 @@ bool MirrorVertical(REALobject self, REALobject output) {
     const ClearMemoryPtr<uint8_t> a(static_cast<uint8_t*>(AllocateClearMemory(bytes + kSlack)));
     const ClearMemoryPtr<uint8_t> b(static_cast<uint8_t*>(AllocateClearMemory(bytes + kSlack)));
     if (a == nullptr || b == nullptr) return false;
-    return Exchange(record->tiff, other->tiff, length, a.get(), b.get());
+    return Exchange(record, other, length, a.get(), b.get());
 }
 
 REALpicture CombinePictureWithMask(REALobject self) {

@@ -236,6 +236,22 @@ T.group("Error handlers", function()
     T.truthy(closes > 0)
     T.eq(t:ImageCount(), 0, "nothing open")
   end)
+  T.test("MirrorVertical stops when a handler closes either session", function()
+    for _, closing in ipairs({ "self", "output" }) do
+      local t, output = TiffPictureTQV(), TiffPictureTQV()
+      T.truthy(t:Open(FolderItem(CORPUS .. "lzw_garbage.tif")))
+      T.truthy(output:Open(FolderItem(CORPUS .. "lzw_garbage.tif")))
+      local height, closes = t.Height, 0
+      t.Error = function(self)
+        closes = closes + 1
+        if closing == "self" then self:Close() else output:Close() end
+      end
+      T.falsy(t:MirrorVertical(output), closing)
+      T.truthy(closes > 0 and closes < height / 4, closing .. ": stopped after " .. closes .. " messages")
+      t:Close()
+      output:Close()
+    end
+  end)
   T.test("a file being written and closed from a handler is still written", function()
     local path = T.tmpfile("hard_reentrancy_handler_close.tif")
     local source = TiffPictureTQV()
