@@ -26,6 +26,17 @@ T.group("Memory blocks", function()
     T.eq(FixtureTQV():BlockSize(mb), 8)
   end)
 
+  T.test("accesses outside the block are Lua errors, however far outside", function()
+    local mb = MemoryBlock(16)
+    for _, at in ipairs({ 13, 16, -1, math.maxinteger, math.mininteger }) do
+      T.falsy(pcall(mb.UInt32, mb, at), "UInt32 at " .. at)
+      T.falsy(pcall(mb.SetUInt32, mb, at, 1), "SetUInt32 at " .. at)
+    end
+    T.falsy(pcall(mb.SetBytes, mb, math.maxinteger - 1, "abc"), "SetBytes")
+    T.falsy(pcall(mb.Bytes, mb, 8, math.maxinteger), "Bytes")
+    T.eq(mb:UInt32(12), 0); T.eq(mb:Bytes(16), "")
+  end)
+
   T.test("a nil block raises the plugin's exception", function()
     T.raises("NilObjectException", "block is nil", function() FixtureTQV():BlockSize(nil) end)
   end)

@@ -256,7 +256,9 @@ namespace {
 // ---- Per-kind members -----------------------------------------------------------------------
 
 size_t checkedRange(MemoryBlockHandle* mb, lua_Integer offset, lua_Integer length, Failure& f) {
-    if (offset < 0 || length < 0 || (!mb->foreign() && offset + length > mb->size())) {
+    // Compared without adding: offset and length come from the program and may be anything.
+    if (offset < 0 || length < 0 ||
+        (!mb->foreign() && (offset > mb->size() || length > mb->size() - offset))) {
         f.message = "MemoryBlock: offset " + std::to_string(offset) + " + " + std::to_string(length) +
                     " outside the block of " + std::to_string(mb->size()) + " bytes";
         return 0;
