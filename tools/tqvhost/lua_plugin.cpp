@@ -111,13 +111,29 @@ std::vector<const Method*> rowsNamed(const std::vector<Method>& methods, std::st
     return rows;
 }
 
+// The host class whose extension methods a handle of this kind has.
+const char* builtinClassOf(Kind kind) {
+    static const char* const kClassOfKind[] = {nullptr,      nullptr,    "MemoryBlock", "Picture",
+                                               "FolderItem", "Graphics", nullptr};
+    return kClassOfKind[static_cast<int>(kind)];
+}
+
+// A method fetched from one value can be called on another: the plugin reads its object as an
+// instance of the method's class, so anything else must stop here.
+bool isInstanceOf(Handle* h, const Class* cls) {
+    if (h->kind() == Kind::Object) return static_cast<ObjectHandle*>(h)->cls() == cls;
+    const char* builtin = builtinClassOf(h->kind());
+    return builtin && equalsIgnoringCase(builtin, cls->name);
+}
+
 // upvalues: class (light userdata, or nil for globals), name
 int methodCall(lua_State* L, Failure& f) {
     auto* cls = static_cast<Class*>(lua_touserdata(L, lua_upvalueindex(1)));
     std::string name = lua_tostring(L, lua_upvalueindex(2));
     if (!cls) return callOverload(L, rowsNamed(registry().globals, name, false), nullptr, 1, f, name);
     Handle* self = toHandle(L, 1);
-    if (!self || self->dead()) return f.message = name + ": call it with ':' on a live object", 0;
+    if (!self || self->dead() || !isInstanceOf(self, cls))
+        return f.message = name + ": call it with ':' on a live " + cls->name, 0;
     return callOverload(L, rowsNamed(cls->methods, name, false), self->address(), 2, f, name);
 }
 
@@ -321,9 +337,7 @@ bool pluginObjectNewIndex(lua_State* L, Handle* h, const char* key, int valueIdx
 }
 
 int extensionMethod(lua_State* L, Handle* h, const char* key) {
-    static const char* const kClassOfKind[] = {nullptr,      nullptr,    "MemoryBlock", "Picture",
-                                               "FolderItem", "Graphics", nullptr};
-    const char* className = kClassOfKind[static_cast<int>(h->kind())];
+    const char* className = builtinClassOf(h->kind());
     Class* cls = className ? registry().find(className) : nullptr;
     if (!cls) return 0;
     auto rows = rowsNamed(cls->methods, key, false);
