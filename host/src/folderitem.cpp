@@ -56,8 +56,11 @@ bool REALFSRefFromFolderItem(REALfolderItem item, REALfileRef* ref, REALunicodeN
         if (!name) return f->exists() && copyPath(f->path(), ref);
         std::string parent, leaf;
         if (!splitExistingParent(f->path(), &parent, &leaf)) return false;
+        // A name that is not UTF-8 would come back as another name (U+FFFD for each bad byte),
+        // and the plugin would make a file other than the one the item stands for.
         auto units = convertEncoding(leaf, kREALTextEncodingUTF8, kREALTextEncodingUTF16);
         if (!units || units->size() / 2 > 255 || !copyPath(parent, ref)) return false;
+        if (convertEncoding(*units, kREALTextEncodingUTF16, kREALTextEncodingUTF8) != leaf) return false;
         name->length = static_cast<uint16_t>(units->size() / 2);
         std::memcpy(name->unicode, units->data(), units->size());
         return true;

@@ -30,6 +30,12 @@ T.group("Folder items", function()
     end
   end)
 
+  T.test("a new name that is not UTF-8 has no reference, rather than another name", function()
+    local f = FolderItem(dir .. "/bad\xff\xfename.tif")
+    T.eq(f:FixturePathTQV(true), nil)
+    T.eq(f:FixtureSpecNameTQV(), nil)
+  end)
+
   T.test("an existing folder", function()
     T.eq(tostring(FolderItem(dir):FixturePathTQV()), dir)
   end)
