@@ -52,19 +52,23 @@ bool unscaledCopy(PictureHandle* destination, PictureHandle* source, int32_t x, 
 
 void drawPicture(PictureHandle* destination, PictureHandle* source, int32_t x, int32_t y, int32_t w,
                  int32_t h, int32_t sx, int32_t sy, int32_t sw, int32_t sh) {
-    if (sw == kToEdge) sw = source->width() - sx;
-    if (sh == kToEdge) sh = source->height() - sy;
-    if (w <= 0 || h <= 0 || sw <= 0 || sh <= 0 || source->dead() || destination->dead()) return;
-    if (w == sw && h == sh && unscaledCopy(destination, source, x, y, w, h, sx, sy)) return;
-    for (int32_t dy = 0; dy < h; ++dy) {
-        int64_t ty = int64_t{y} + dy;
-        int64_t fy = sy + int64_t{dy} * sh / h;
-        if (ty < 0 || ty >= destination->height() || fy < 0 || fy >= source->height()) continue;
-        for (int32_t dx = 0; dx < w; ++dx) {
-            int64_t tx = int64_t{x} + dx;
-            int64_t fx = sx + int64_t{dx} * sw / w;
-            if (tx < 0 || tx >= destination->width() || fx < 0 || fx >= source->width()) continue;
-            destination->setPixel(static_cast<int32_t>(tx), static_cast<int32_t>(ty),
+    // In 64 bits: the offsets come from the plugin and may be anything.
+    const int64_t fromW = sw == kToEdge ? int64_t{source->width()} - sx : sw;
+    const int64_t fromH = sh == kToEdge ? int64_t{source->height()} - sy : sh;
+    if (w <= 0 || h <= 0 || fromW <= 0 || fromH <= 0 || source->dead() || destination->dead()) return;
+    if (w == fromW && h == fromH && unscaledCopy(destination, source, x, y, w, h, sx, sy)) return;
+    // Only the rows and columns that land in the destination are visited, however large w and h.
+    const int64_t firstRow = std::max<int64_t>(0, -int64_t{y});
+    const int64_t endRow = std::min<int64_t>(h, int64_t{destination->height()} - y);
+    const int64_t firstColumn = std::max<int64_t>(0, -int64_t{x});
+    const int64_t endColumn = std::min<int64_t>(w, int64_t{destination->width()} - x);
+    for (int64_t dy = firstRow; dy < endRow; ++dy) {
+        const int64_t fy = sy + dy * fromH / h;
+        if (fy < 0 || fy >= source->height()) continue;
+        for (int64_t dx = firstColumn; dx < endColumn; ++dx) {
+            const int64_t fx = sx + dx * fromW / w;
+            if (fx < 0 || fx >= source->width()) continue;
+            destination->setPixel(static_cast<int32_t>(x + dx), static_cast<int32_t>(y + dy),
                                   source->pixel(static_cast<int32_t>(fx), static_cast<int32_t>(fy)));
         }
     }

@@ -144,5 +144,20 @@ TEST_F(Accounting, UnscaledDrawsClipLikeThePixelLoop) {
     }
 }
 
+// Offsets a plugin passes may be anything: "to the edge" from INT32_MIN draws nothing, and a
+// draw of INT32_MAX columns, almost all of them to the left of the picture, scales into the few
+// that land.
+TEST_F(Accounting, ExtremeDrawOffsetsDrawOnlyWhatLands) {
+    HostRef source(makeHandle<PictureHandle>(5, 1, 32, PictureBackend::PixelRecord));
+    auto* src = source.as<PictureHandle>();
+    for (int32_t x = 0; x < 5; ++x) src->setPixel(x, 0, 0x010101u * uint32_t(x + 1));
+    HostRef target(makeHandle<PictureHandle>(6, 1, 32, PictureBackend::PixelRecord));
+    auto* dst = target.as<PictureHandle>();
+    drawPicture(dst, src, 0, 0, 4, 1, INT32_MIN, 0, -10000, -10000);
+    for (int32_t x = 0; x < 6; ++x) EXPECT_EQ(dst->pixel(x, 0), 0u) << x;
+    drawPicture(dst, src, -(INT32_MAX - 10), 0, INT32_MAX, 1, 0, 0, 5, 1);
+    for (int32_t x = 0; x < 6; ++x) EXPECT_EQ(dst->pixel(x, 0), 0x050505u) << x;
+}
+
 }  // namespace
 }  // namespace tqvhost::test
