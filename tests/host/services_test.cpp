@@ -1,11 +1,17 @@
 // Service lookup and reference accounting, through lookup() as a plugin uses them. (The
 // file-reference services are checked through the fixture plugin: tests/e2e/host_files.lua.)
+#include <cstring>
 #include <string>
 
 #include "host_test_support.h"
 #include "tqvhost/handles.h"
 #include "tqvhost/picture.h"
+#include "tqvhost/registry.h"
 #include "tqvhost/values.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#endif
 
 namespace tqvhost::test {
 namespace {
@@ -142,6 +148,30 @@ TEST_F(Accounting, UnscaledDrawsClipLikeThePixelLoop) {
                 }
         }
     }
+}
+
+// A destroyed object's bytes stay allocated; a plugin reading them without a lock must not see its
+// old data. Its destructor still does.
+TEST_F(Accounting, DestroyedObjectInstanceDataIsRetired) {
+    static int32_t seenByDestructor = 0;
+    static Class cls;  // outlives the dead handle that points at it
+    cls.name = "Retired";
+    cls.dataSize = 32;
+    cls.constructor = [](REALobject o) {
+        std::memset(reinterpret_cast<uint8_t*>(o) + kObjectDataOffset, 7, 32);
+    };
+    cls.destructor = [](REALobject o) {
+        seenByDestructor = reinterpret_cast<uint8_t*>(o)[kObjectDataOffset + 31];
+    };
+    ObjectHandle* o = newObject(&cls, false);
+    { HostRef drop = HostRef::adopt(o); }
+    ASSERT_TRUE(o->dead());
+    EXPECT_EQ(seenByDestructor, 7);
+#if defined(__SANITIZE_ADDRESS__)
+    EXPECT_EQ(__asan_region_is_poisoned(o->data(), cls.dataSize), o->data());
+#else
+    for (uint32_t i = 0; i < cls.dataSize; ++i) EXPECT_EQ(o->data()[i], kDeadInstanceByte) << i;
+#endif
 }
 
 // Offsets a plugin passes may be anything: "to the edge" from INT32_MIN draws nothing, and a

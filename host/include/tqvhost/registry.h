@@ -69,6 +69,8 @@ struct Class {
 
 // Where instance data lies relative to the object address.
 constexpr uint32_t kObjectDataOffset = 16;
+// Instance data of a destroyed object is filled with this (poisoned instead under ASan).
+constexpr uint8_t kDeadInstanceByte = 0xDB;
 
 class ObjectHandle : public Handle {
   public:
