@@ -1,6 +1,7 @@
 #include "tqvhost/declaration.h"
 
 #include <cctype>
+#include <cstdlib>
 
 namespace tqvhost {
 
@@ -79,6 +80,31 @@ class Cursor {
     size_t i_ = 0;
 };
 
+bool isNumber(const std::string& text) {
+    char* end = nullptr;
+    std::strtod(text.c_str(), &end);
+    return !text.empty() && !std::isspace(static_cast<unsigned char>(text[0])) && *end == '\0';
+}
+
+// A default the runtime could not read for the parameter's type is refused with the declaration,
+// not when a call first needs it.
+bool validDefault(const Type& type, const std::string& text) {
+    switch (type.kind) {
+        case TypeKind::Integer:
+        case TypeKind::Color:
+            return integerLiteral(text, type.kind).has_value();
+        case TypeKind::Single:
+        case TypeKind::Double:
+            return isNumber(text);
+        case TypeKind::Boolean:
+            return equalsIgnoringCase(text, "true") || equalsIgnoringCase(text, "false");
+        case TypeKind::String:
+            return text.size() >= 2 && text.front() == '"' && text.back() == '"';
+        default:
+            return equalsIgnoringCase(text, "nil");
+    }
+}
+
 std::optional<Param> parseParam(Cursor& c, std::string* error) {
     Param p;
     if (c.keyword("byref"))
@@ -98,6 +124,8 @@ std::optional<Param> parseParam(Cursor& c, std::string* error) {
     if (c.take('=')) {
         p.defaultText = c.until(",)");
         if (p.defaultText->empty()) return *error = "default value expected for " + p.name, std::nullopt;
+        if (!validDefault(p.type, *p.defaultText))
+            return *error = "default " + *p.defaultText + " is no " + typeName(p.type), std::nullopt;
     }
     return p;
 }
@@ -107,6 +135,9 @@ bool parseParams(Cursor& c, Declaration& d, std::string* error) {
     do {
         auto p = parseParam(c, error);
         if (!p) return false;
+        // Defaults fill trailing parameters only: a call cannot skip one in the middle.
+        if (!p->defaultText && !d.params.empty() && d.params.back().defaultText)
+            return *error = "parameter " + p->name + " after a default needs one too", false;
         d.params.push_back(std::move(*p));
     } while (c.take(','));
     if (!c.take(')')) return *error = "')' expected", false;
@@ -128,6 +159,28 @@ std::optional<Type> parseType(std::string_view text) {
     for (const auto& t : kTypes)
         if (equalsIgnoringCase(text, t.name)) return Type{t.kind, {}};
     return Type{TypeKind::Object, std::string(text)};
+}
+
+bool integerFits(TypeKind kind, int64_t value) {
+    if (kind == TypeKind::Color) return value >= 0 && value <= UINT32_MAX;
+    return value >= INT32_MIN && value <= INT32_MAX;
+}
+
+std::optional<int64_t> integerLiteral(std::string_view text, TypeKind kind) {
+    std::string digits(text);
+    bool negative = !digits.empty() && digits[0] == '-';
+    if (negative) digits.erase(0, 1);
+    int base = 10;
+    if (digits.size() > 2 && digits[0] == '&' && (digits[1] == 'h' || digits[1] == 'H'))
+        digits.erase(0, 2), base = 16;
+    if (digits.empty() || !std::isxdigit(static_cast<unsigned char>(digits[0])) || digits.size() > 18)
+        return std::nullopt;
+    char* end = nullptr;
+    int64_t value = std::strtoll(digits.c_str(), &end, base);
+    if (*end != '\0') return std::nullopt;
+    if (negative) value = -value;
+    if (!integerFits(kind, value)) return std::nullopt;
+    return value;
 }
 
 std::string typeName(const Type& type) {

@@ -163,6 +163,13 @@ void checkField(ObjectHandle* object, const Property& property) {
         throw std::runtime_error(property.name + ": field offset outside the instance data");
 }
 
+// Integer and Color arguments are 32 bits: a wider value would reach the plugin cut short.
+void checkRange(TypeKind kind, const Value& v, const std::string& what) {
+    if ((kind == TypeKind::Integer || kind == TypeKind::Color) && !integerFits(kind, v.i))
+        throw std::runtime_error(what + ": " + std::to_string(v.i) + " is out of the range of " +
+                                 typeName(Type{kind, {}}));
+}
+
 }  // namespace
 
 ffi_type* ffiTypeOf(TypeKind k) {
@@ -187,6 +194,9 @@ ffi_type* ffiTypeOf(TypeKind k) {
 Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Arg>& args,
                    const Value* assigned) {
     if (!fn) throw std::runtime_error(decl.name + ": no implementing function");
+    for (size_t i = 0; i < args.size() && i < decl.params.size(); ++i)
+        if (!decl.params[i].array) checkRange(decl.params[i].type.kind, args[i].value, decl.name);
+    if (assigned) checkRange(decl.result.kind, *assigned, decl.name);
     Frame f;
     if (self) f.push(&ffi_type_pointer).p = self;
     std::vector<Raw*> byrefSlots(args.size(), nullptr);
@@ -225,6 +235,7 @@ Value getProperty(ObjectHandle* object, const Property& property) {
 }
 
 void setProperty(ObjectHandle* object, const Property& property, const Value& value) {
+    checkRange(property.type.kind, value, property.name);
     if (property.field()) {
         checkField(object, property);
         int32_t v = static_cast<int32_t>(value.i);

@@ -1,6 +1,7 @@
 // Classes, objects and registration; the object, event and exception services.
 #include <ffi.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -139,10 +140,12 @@ std::string hex(uint32_t v) {
     return buf;
 }
 
-void describe(std::initializer_list<std::string> fields) {
+// Appends a describe line; answers its index.
+size_t describe(std::initializer_list<std::string> fields) {
     std::string line;
     for (const auto& f : fields) line += (line.empty() ? "" : "\t") + f;
     registry().describeLines.push_back(line);
+    return registry().describeLines.size() - 1;
 }
 
 void registrationError(const std::string& what, const std::string& why) {
@@ -162,7 +165,7 @@ void addMethods(Class& cls, const REALmethodDefinition* rows, uint32_t count, co
     for (uint32_t i = 0; rows && i < count; ++i) {
         auto m = makeMethod(rows[i]);
         if (!m) continue;
-        describe({kind, m->text, hex(m->flags)});
+        m->describeLine = describe({kind, m->text, hex(m->flags)});
         if (m->setter) registry().describeLines.back() += "\tsetter";
         cls.methods.push_back(std::move(*m));
     }
@@ -178,7 +181,7 @@ void addProperties(Class& cls, const REALproperty* rows, uint32_t count) {
         }
         Property p{r.name, *type, r.flags, r.getter, r.setter, r.param};
         const char* access = p.field() ? "field" : p.setter ? "rw" : "r";
-        describe({"property", p.name, hex(p.flags), typeName(p.type), access});
+        p.describeLine = describe({"property", p.name, hex(p.flags), typeName(p.type), access});
         cls.properties.push_back(std::move(p));
     }
 }
@@ -194,7 +197,7 @@ void addEvents(Class& cls, REALevent* rows, uint32_t count) {
         }
         Event& e = cls.events.emplace_back(Event{text, std::move(*decl), nullptr});
         rows[i].forSystemUse = reinterpret_cast<intptr_t>(&e);
-        describe({"event", text});  // events carry no flags
+        e.describeLine = describe({"event", text});  // events carry no flags
     }
 }
 
@@ -212,9 +215,19 @@ void addConstants(Class& cls, const REALconstant* rows, uint32_t count) {
     }
 }
 
+// Records of another interface version are laid out differently: reading one as ours would take
+// its fields from the wrong places.
+bool knownVersion(const REALclassDefinition& def) {
+    if (def.version == REAL_PLUGIN_INTERFACE_VERSION) return true;
+    registrationError(def.name, "class record of interface version " + std::to_string(def.version) +
+                                    ", not " + std::to_string(REAL_PLUGIN_INTERFACE_VERSION));
+    return false;
+}
+
 void PluginRegisterClass(REALclassDefinition* def) {
     guardedVoid("PluginRegisterClass", [&] {
         if (!def || !def->name) return registrationError("class", "no name");
+        if (!knownVersion(*def)) return;
         if (registry().find(def->name)) return registrationError(def->name, "a class of that name exists");
         auto cls = std::make_unique<Class>();
         cls->name = def->name;
@@ -236,6 +249,7 @@ void PluginRegisterClass(REALclassDefinition* def) {
 void PluginRegisterClassExtension(REALclassDefinition* def) {
     guardedVoid("PluginRegisterClassExtension", [&] {
         if (!def || !def->name) return registrationError("class extension", "no name");
+        if (!knownVersion(*def)) return;
         Class* cls = registry().find(def->name);
         if (!cls) return registrationError(std::string("extension of ") + def->name, "no such class");
         def->dataOffset = 0;
@@ -250,8 +264,47 @@ void PluginRegisterMethod(REALmethodDefinition* def) {
         if (!def) return;
         auto m = makeMethod(*def);
         if (!m) return;
-        describe({"global", m->text, hex(m->flags)});
+        m->describeLine = describe({"global", m->text, hex(m->flags)});
         registry().globals.push_back(std::move(*m));
+    });
+}
+
+// The first class a type of `d` names that no one registered, or "".
+std::string unknownClassIn(const Declaration& d) {
+    auto unknown = [](const Type& t) { return t.kind == TypeKind::Object && !registry().find(t.className); };
+    for (const Param& p : d.params)
+        if (unknown(p.type)) return p.type.className;
+    return unknown(d.result) ? d.result.className : "";
+}
+
+const Declaration& declarationOf(const Method& m) {
+    return m.decl;
+}
+const Declaration& declarationOf(const Event& e) {
+    return e.decl;
+}
+Declaration declarationOf(const Property& p) {
+    return Declaration{p.name, {}, p.type};
+}
+const std::string& textOf(const Method& m) {
+    return m.text;
+}
+const std::string& textOf(const Event& e) {
+    return e.text;
+}
+std::string textOf(const Property& p) {
+    return "property " + p.name;
+}
+
+// Removes the rows that name an unknown class, collecting their describe lines.
+template <class Rows>
+void dropUnknown(Rows& rows, std::vector<size_t>& lines) {
+    std::erase_if(rows, [&](const auto& row) {
+        std::string unknown = unknownClassIn(declarationOf(row));
+        if (unknown.empty()) return false;
+        registrationError("\"" + textOf(row) + "\"", "no class " + unknown);
+        lines.push_back(row.describeLine);
+        return true;
     });
 }
 
@@ -261,6 +314,23 @@ void RegisterPluginVersion(int32_t version) {
 double REALGetRBVersion() {
     return config().version;
 }
+
+}  // namespace
+
+void completeRegistration() {
+    std::vector<size_t> lines;
+    for (const auto& cls : registry().classes) {
+        dropUnknown(cls->methods, lines);
+        dropUnknown(cls->events, lines);
+        dropUnknown(cls->properties, lines);
+    }
+    dropUnknown(registry().globals, lines);
+    std::sort(lines.rbegin(), lines.rend());
+    auto& describeLines = registry().describeLines;
+    for (size_t line : lines) describeLines.erase(describeLines.begin() + static_cast<ptrdiff_t>(line));
+}
+
+namespace {
 
 // ---- Objects --------------------------------------------------------------------------------
 

@@ -83,6 +83,7 @@ bool loadPlugin(const std::string& path, std::string* error) {
         return false;
     }
     main(&lookup);
+    completeRegistration();
     return true;
 }
 

@@ -135,6 +135,24 @@ T.group("Overloads and defaults", function()
     T.eq(FixtureTQV():Add(2147483647, 1), -2147483648)
   end)
 
+  T.test("Integer and Color take integral numbers within their 32 bits, elements of arrays too", function()
+    local o = FixtureTQV()
+    T.eq(o:Offset(10.0), 3, "a float with an integral value")
+    o.Count = 5.0; T.eq(o.Count, 5)
+    o.Tint = 0xFFFFFFFF; T.eq(o.Tint, 0xFFFFFFFF, "Color is unsigned")
+    T.eq(o:Sum({ 1.0, 2 }), 3)
+    for _, bad in ipairs({ 1.5, 2147483648, -2147483649, math.maxinteger, 2^31 }) do
+      T.falsy(pcall(o.Offset, o, bad), "Integer " .. bad)
+      T.falsy(pcall(function() o.Count = bad end), "Count = " .. bad)
+    end
+    T.falsy(pcall(function() o.Tint = -1 end), "a negative Color")
+    T.falsy(pcall(function() o.Tint = 0x100000000 end), "a Color beyond 32 bits")
+    for _, bad in ipairs({ { 1, 1.5 }, { "x" }, { -1 }, { 0x100000000 } }) do
+      T.falsy(pcall(o.Sum, o, bad), "array element " .. tostring(bad[#bad]))
+    end
+    T.eq(o.Count, 5, "nothing assigned")
+  end)
+
   T.test("default parameters: Double, negative Integer, Boolean written without spaces", function()
     local o = FixtureTQV()
     T.eq(o:Scaled(3), 7.5); T.eq(o:Scaled(3, 2), 6.0)

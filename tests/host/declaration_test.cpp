@@ -59,6 +59,23 @@ TEST(Declaration, RejectsMalformedText) {
         EXPECT_FALSE(parseDeclaration(bad, nullptr)) << bad;
 }
 
+// A default must be a value of its parameter's type, and only trailing parameters have one: the
+// runtime refuses anything else with the declaration.
+TEST(Declaration, DefaultsAreValuesOfTheirTypeOnTrailingParameters) {
+    auto d = parseDeclaration(
+        "F(a as integer = &hFF, b as color = &hFFFFFFFF, c as double = -2.5, s as string = \"x\", "
+        "p as picture = nil, t as boolean = TRUE)",
+        nullptr);
+    ASSERT_TRUE(d);
+    EXPECT_EQ(integerLiteral(*d->params[0].defaultText, TypeKind::Integer), 255);
+    EXPECT_EQ(integerLiteral(*d->params[1].defaultText, TypeKind::Color), 0xFFFFFFFF);
+    for (const char* bad :
+         {"F(a as integer = x)", "F(a as boolean = 1)", "F(a as integer = 1.5)",
+          "F(a as integer = 2147483648)", "F(a as color = -1)", "F(s as string = abc)", "F(p as picture = 3)",
+          "F(a as double = 1x)", "F(a as integer = 7, b as integer)"})
+        EXPECT_FALSE(parseDeclaration(bad, nullptr)) << bad;
+}
+
 TEST(Declaration, Constants) {
     auto k = parseConstant("kCompressionNone = 1", nullptr);
     ASSERT_TRUE(k);

@@ -35,7 +35,7 @@ Value defaultValue(const Param& p) {
     switch (p.type.kind) {
         case TypeKind::Integer:
         case TypeKind::Color:
-            v.i = std::stoll(text, nullptr, 0);
+            v.i = integerLiteral(text, p.type.kind).value_or(0);  // checked at registration
             break;
         case TypeKind::Single:
         case TypeKind::Double:

@@ -151,13 +151,33 @@ static Kind handleKind(TypeKind t) {
     }
 }
 
+// A number with an integral value (5.0 counts) within the range of Integer or Color.
+static bool fitsInteger(lua_State* L, int idx, TypeKind kind) {
+    int isInteger = 0;
+    lua_Integer v = lua_tointegerx(L, idx, &isInteger);
+    return lua_type(L, idx) == LUA_TNUMBER && isInteger && integerFits(kind, v);
+}
+
+// Host arrays hold Integer or Color elements; every element must be one.
+static bool fitsArray(lua_State* L, int idx, TypeKind kind) {
+    if (kind != TypeKind::Integer && kind != TypeKind::Color) return false;
+    auto n = static_cast<lua_Integer>(lua_rawlen(L, idx));
+    for (lua_Integer i = 1; i <= n; ++i) {
+        lua_geti(L, idx, i);
+        bool fits = fitsInteger(L, -1, kind);
+        lua_pop(L, 1);
+        if (!fits) return false;
+    }
+    return true;
+}
+
 bool matchesType(lua_State* L, int idx, const Type& type, bool array) {
     int lt = lua_type(L, idx);
-    if (array) return lt == LUA_TTABLE && !isRef(L, idx);
+    if (array) return lt == LUA_TTABLE && !isRef(L, idx) && fitsArray(L, idx, type.kind);
     switch (type.kind) {
         case TypeKind::Integer:
         case TypeKind::Color:
-            return lt == LUA_TNUMBER && lua_isinteger(L, idx);
+            return fitsInteger(L, idx, type.kind);
         case TypeKind::Single:
         case TypeKind::Double:
             return lt == LUA_TNUMBER;

@@ -5,6 +5,7 @@
 #ifndef TQVHOST_DECLARATION_H
 #define TQVHOST_DECLARATION_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,6 +58,12 @@ struct ConstantDeclaration {
     std::string valueText;
 };
 std::optional<ConstantDeclaration> parseConstant(std::string_view text, std::string* error);
+
+// Whether an integer is a value of Integer (32-bit signed) or Color (32-bit unsigned).
+bool integerFits(TypeKind kind, int64_t value);
+// The value of an Integer or Color literal as a declaration writes it ("42", "-7", "&hFF"), if the
+// text is one and the value fits the type.
+std::optional<int64_t> integerLiteral(std::string_view text, TypeKind kind);
 
 // "Integer", "Boolean", ... or the class name.
 std::string typeName(const Type& type);

@@ -3,8 +3,8 @@
 #ifndef TQVHOST_REGISTRY_H
 #define TQVHOST_REGISTRY_H
 
-#include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -23,6 +23,7 @@ struct Method {
     void* function = nullptr;
     void* setter = nullptr;  // assignable form: setter(object, params..., value)
     uint32_t flags = 0;
+    size_t describeLine = 0;  // its line in Registry::describeLines
 };
 
 struct Property {
@@ -32,6 +33,7 @@ struct Property {
     void* getter = nullptr;  // Type getter(REALobject, intptr_t param)
     void* setter = nullptr;  // void setter(REALobject, intptr_t param, Type value)
     intptr_t param = 0;
+    size_t describeLine = 0;
     bool field() const { return getter == REALstandardGetter; }  // Integer at data + param
 };
 
@@ -39,6 +41,7 @@ struct Event {
     std::string text;
     Declaration decl;
     void* closure = nullptr;  // made on first request; calls the embedding's handler
+    size_t describeLine = 0;
 };
 
 struct Constant {
@@ -59,7 +62,7 @@ struct Class {
     REALDestructorProc destructor = nullptr;
     std::vector<Property> properties;
     std::vector<Method> methods;  // for host classes: the plugin's extension methods
-    std::deque<Event> events;     // stable addresses: an event's word points at it
+    std::list<Event> events;      // stable addresses: an event's word points at it
     std::vector<Constant> constants;
 
     const Property* findProperty(std::string_view name) const;
@@ -102,6 +105,10 @@ Registry& registry();
 // Makes an object of a plugin class and runs its constructor; the object carries one lock on the
 // plugin's account (forPlugin) or the host's. nullptr for host classes.
 ObjectHandle* newObject(Class* cls, bool forPlugin);
+
+// Drops the rows that name a class no plugin registered and the host does not have (loadPlugin()
+// calls it once the plugin's entry returns: a row may name a class registered after it).
+void completeRegistration();
 
 // Replaces the host's own classes by those of an application kind (configure() calls it).
 void installHostClasses(AppKind app);
