@@ -12,6 +12,7 @@ namespace {
 struct State {
     // Every handle ever made, by address. Never shrinks: dead handles stay as quarantine.
     std::unordered_map<const void*, Handle*> handles;
+    std::unordered_map<const void*, const char*> copies;  // outstanding private copies, by kind
     std::vector<std::string> errors;
 };
 
@@ -128,8 +129,25 @@ void Accounts::takeBack(Handle* h, const char* what) {
     --h->pluginLocks_;
 }
 
+void Accounts::giveCopy(const void* copy, const char* kind) {
+    state().copies[copy] = kind;
+}
+
+bool Accounts::takeBackCopy(const void* copy, const char* service) {
+    if (state().copies.erase(copy)) return true;
+    char text[160];
+    std::snprintf(text, sizeof text, "%s(%p): not a copy the host handed out, or given back already", service,
+                  copy);
+    error(text);
+    return false;
+}
+
 Live live() {
     Live out;
+    for (const auto& [copy, kind] : state().copies) {
+        ++out.total;
+        ++out.byKind[kind];
+    }
     for (const auto& [address, h] : state().handles) {
         if (h->dead() || h->pluginLocks() == 0) continue;
         out.total += h->pluginLocks();

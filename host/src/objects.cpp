@@ -421,7 +421,12 @@ std::optional<HostRef>& pendingException() {
 
 void RuntimeRaiseException(REALobject exception) {
     guardedVoid("RuntimeRaiseException", [&] {
-        if (ObjectHandle* o = asObject(exception, "RuntimeRaiseException")) pendingException() = HostRef(o);
+        ObjectHandle* o = asObject(exception, "RuntimeRaiseException");
+        if (!o) return;
+        // The runtime raises exceptions only: any other object is the plugin's mistake.
+        if (o->cls()->origin != ClassOrigin::HostException)
+            return Accounts::error("RuntimeRaiseException: " + o->cls()->name + " is no exception class");
+        pendingException() = HostRef(o);
     });
 }
 
@@ -503,6 +508,12 @@ std::optional<RaisedException> takeRaisedException() {
                         .value_or(std::string(s->bytes()));
     }
     return e;
+}
+
+RaiseScope::RaiseScope() : saved_(std::exchange(pendingException(), std::nullopt)) {}
+
+RaiseScope::~RaiseScope() {
+    if (saved_) pendingException() = std::move(saved_);
 }
 
 void addObjectServices(ServiceTable& t) {

@@ -185,12 +185,15 @@ bool PluginGetStringData(REALstring s, uint32_t encoding, REALstringData* out) {
         std::memcpy(copy, bytes.data(), bytes.size());
         std::memset(copy + bytes.size(), 0, 4);
         *out = REALstringData{copy, static_cast<int32_t>(bytes.size()), resultEncoding};
+        Accounts::giveCopy(copy, "stringdata");
         return true;
     });
 }
 
 void PluginDisposeStringData(REALstringData* data) {
-    if (!data) return;
+    // A record the plugin cleared (or never filled) gives nothing back.
+    if (!data || !data->data) return;
+    if (!Accounts::takeBackCopy(data->data, "PluginDisposeStringData")) return;
     std::free(const_cast<void*>(data->data));
     data->data = nullptr;
     data->length = 0;

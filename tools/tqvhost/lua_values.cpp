@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -55,6 +56,7 @@ int entry(lua_State* L, Body body) {
     int results = 0;
     bool failed = false;
     {
+        RaiseScope ownExceptions;
         Failure f;
         try {
             results = body(L, f);
@@ -475,7 +477,15 @@ int handleNewIndex(lua_State* L, Failure& f) {
 }
 
 int handleGc(lua_State* L) {
-    if (Wrapper* w = toWrapper(L, 1)) w->~Wrapper();
+    Wrapper* w = toWrapper(L, 1);
+    if (!w) return 0;
+    // A destructor run by the collector belongs to no call of the program: what it raises has
+    // nowhere to go.
+    RaiseScope noCall;
+    w->~Wrapper();
+    if (auto e = takeRaisedException())
+        std::fprintf(stderr, "tqvhost: %s raised by a destructor run at collection, dropped: %s\n",
+                     e->className.c_str(), e->message.c_str());
     return 0;
 }
 
@@ -589,7 +599,8 @@ int hostLive(lua_State* L, Failure&) {
     Live l = live();
     lua_pushinteger(L, l.total);
     lua_newtable(L);
-    for (const char* kind : {"object", "string", "memoryblock", "picture", "folderitem", "graphics"}) {
+    for (const char* kind :
+         {"object", "string", "memoryblock", "picture", "folderitem", "graphics", "stringdata"}) {
         lua_pushinteger(L, l.byKind.count(kind) ? l.byKind[kind] : 0);
         lua_setfield(L, -2, kind);
     }

@@ -67,6 +67,12 @@ class Accounts {
     // The plugin hands a handle back as a result (or in a byref slot): its lock moves to the host.
     static void takeBack(Handle* h, const char* what);
 
+    // Private copies a service hands out as plain memory, to be given back by address (the bytes
+    // of "PluginGetStringData"): counted in live() under `kind` until given back.
+    static void giveCopy(const void* copy, const char* kind);
+    // False, with an accounting error, for an address not handed out or already given back.
+    static bool takeBackCopy(const void* copy, const char* service);
+
     static void error(const std::string& message);
 
   private:

@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tqvhost/handles.h"
+
 namespace tqvhost {
 
 enum class AppKind { Desktop, Console, Web, None };
@@ -34,7 +36,8 @@ const Config& config();
 extern "C" void* lookup(const char* name);
 
 // References the plugin holds right now: locks it took minus those it released, by kind
-// ("object", "string", "memoryblock", "picture", "folderitem", "graphics").
+// ("object", "string", "memoryblock", "picture", "folderitem", "graphics", and "stringdata" for
+// the private copies of "PluginGetStringData" not yet given back).
 struct Live {
     int64_t total = 0;
     std::map<std::string, int64_t> byKind;
@@ -50,6 +53,19 @@ struct RaisedException {
     std::string className, message;
 };
 std::optional<RaisedException> takeRaisedException();
+
+// Makes the exceptions raised while it lives those of one call: one already pending when it begins
+// is set aside (it belongs to an outer call, which will report it) and pending again at its end.
+class RaiseScope {
+  public:
+    RaiseScope();
+    ~RaiseScope();
+    RaiseScope(const RaiseScope&) = delete;
+    RaiseScope& operator=(const RaiseScope&) = delete;
+
+  private:
+    std::optional<HostRef> saved_;
+};
 
 // dlopen()s the plugin and calls its REALPluginMain(lookup). False with *error set on failure.
 bool loadPlugin(const std::string& path, std::string* error);
