@@ -5,6 +5,7 @@
 #include "bridge/memory.h"
 #include "picture/picture_editor.h"
 #include "session/messages.h"
+#include "session/scanline_write.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -80,6 +81,8 @@ TIFF* BeginExport(REALobject object, PictureReader& reader) {
 }
 
 bool WriteRows(const ExportPass& pass, PictureReader& reader) {
+    // Row 0 must be one libtiff can take next; the rows after it follow in order.
+    if (!ScanlineWritable(pass.tiff, 0, 0)) return false;
     NoteRowsWritten(pass.tiff);
     for (int32_t y = 0; y < reader.height; ++y) {
         pass.convert(pass.buffer, reader.rowPointer, reader.width);

@@ -16,6 +16,7 @@
 #include "picture/picture_editor.h"
 #include "platform/vector_paths.h"
 #include "session/messages.h"
+#include "session/scanline_write.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -264,7 +265,7 @@ bool WriteOpaque(const Session& s) {
     const RowBuffer row(reader.width);
     const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
     const bool tagged = ApplyTags(tiff, kOpaqueTags, shape);
-    if (!tagged || row.memory == nullptr) return false;
+    if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
     NoteRowsWritten(tiff);
     const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
     for (int32_t y = 0; y < reader.height; ++y) {
@@ -285,7 +286,7 @@ bool WriteMasked(const Session& s) {
     const RowBuffer row(picture.width);
     const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
     const bool tagged = ApplyTags(tiff, kMaskedTags, shape);
-    if (!tagged || row.memory == nullptr) return false;
+    if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
     NoteRowsWritten(tiff);
     const RowConverter colour = ConvertersFor(picture.pixelType).colour;
     const RowConverter alpha = ConvertersFor(mask.pixelType).alpha;

@@ -13,6 +13,7 @@
 #include "picture/picture_editor.h"
 #include "session/messages.h"
 #include "session/scanline_read.h"
+#include "session/scanline_write.h"
 #include "session/tiff_data.h"
 
 namespace tqv {
@@ -79,7 +80,11 @@ class StripRows {
 
     // 1 written (or collected), 0 or -1 not.
     int Write(uint8_t* row, uint32_t index) {
-        if (written_ == nullptr || index >= length_) return TIFFWriteScanline(tiff_, row, index, 0);
+        if (written_ == nullptr || index >= length_) {
+            // Without the writing mark: the exchange reads this handle's rows between its writes,
+            // which the mark would refuse.
+            return ScanlineWritable(tiff_, index, 0) ? TIFFWriteScanline(tiff_, row, index, 0) : -1;
+        }
         const uint32_t first = FirstOf(index);
         const uint32_t rows = RowsFrom(first);
         if (first != writtenFirst_ || filled_ == 0) {
@@ -146,7 +151,9 @@ bool MirrorVertical(REALobject self, REALobject output) {
     TiffData* other = TiffDataOf(output);
     if (record == nullptr || other == nullptr) return false;
     current = self;
-    if (record->tiff == nullptr) return false;
+    if (record->tiff == nullptr || other->tiff == nullptr) return false;
+    // The strips are read whole, past the reads' own check for rows being written.
+    if (!RowsReadable(record->tiff, "MirrorVertical") || !RowsReadable(other->tiff, "MirrorVertical")) return false;
     uint32_t length = 0, width = 0;
     if (TIFFGetField(record->tiff, TIFFTAG_IMAGELENGTH, &length) != 1) return false;
     if (TIFFGetField(record->tiff, TIFFTAG_IMAGEWIDTH, &width) != 1) return false;

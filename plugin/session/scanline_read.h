@@ -19,6 +19,16 @@
 
 namespace tqv {
 
+// The sample number libtiff is given for a row. For a contiguous image libtiff passes it on to the
+// codec, which has no planes to choose from: every codec ignores it there except the SGILog ones,
+// which stop the process on any but 0. Such images are given 0.
+inline uint16_t CodecSample(TIFF* tiff, uint16_t sample) {
+    if (sample == 0) return 0;
+    uint16_t planar = PLANARCONFIG_CONTIG;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
+    return planar == PLANARCONFIG_SEPARATE ? sample : 0;
+}
+
 inline int ReadScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample) {
     if (!RowsReadable(tiff, "TIFFReadScanline")) return -1;
     if (!TIFFIsTiled(tiff)) {
@@ -28,7 +38,7 @@ inline int ReadScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample) 
             return -1;
         }
     }
-    return TIFFReadScanline(tiff, row, index, sample);
+    return TIFFReadScanline(tiff, row, index, CodecSample(tiff, sample));
 }
 
 }  // namespace tqv

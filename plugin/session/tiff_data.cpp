@@ -1,5 +1,7 @@
 #include "session/tiff_data.h"
 
+#include <fcntl.h>
+
 #include <utility>
 
 #include "bridge/entry_guard.h"
@@ -88,7 +90,8 @@ void NoteHandleChange(TIFF* tiff) {
 }
 
 void NoteRowsWritten(TIFF* tiff) {
-    if (tiff != nullptr && TIFFGetClientInfo(tiff, kWritingName) == nullptr)
+    // libtiff refuses every row of a file opened for reading: nothing is left pending.
+    if (tiff != nullptr && TIFFGetMode(tiff) != O_RDONLY && TIFFGetClientInfo(tiff, kWritingName) == nullptr)
         TIFFSetClientInfo(tiff, tiff, kWritingName);
 }
 
@@ -97,8 +100,12 @@ void NoteDirectoryChanged(TIFF* tiff) {
         TIFFSetClientInfo(tiff, nullptr, kWritingName);
 }
 
+bool RowsBeingWritten(TIFF* tiff) {
+    return tiff != nullptr && TIFFGetClientInfo(tiff, kWritingName) != nullptr;
+}
+
 bool RowsReadable(TIFF* tiff, const char* module) {
-    if (tiff == nullptr || TIFFGetClientInfo(tiff, kWritingName) == nullptr) return true;
+    if (!RowsBeingWritten(tiff)) return true;
     TIFFErrorExtR(tiff, module, "Cannot read rows of an image while its rows are being written");
     return false;
 }

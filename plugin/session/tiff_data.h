@@ -68,6 +68,7 @@ void NoteHandleChange(TIFF* tiff);
 // selected ends it. RowsReadable is false then, after an Error event naming `module`.
 void NoteRowsWritten(TIFF* tiff);
 void NoteDirectoryChanged(TIFF* tiff);
+bool RowsBeingWritten(TIFF* tiff);
 bool RowsReadable(TIFF* tiff, const char* module);
 
 // YieldToHost for a loop reading or writing the rows of `tiff`. True when host code run by the

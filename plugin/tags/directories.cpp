@@ -13,6 +13,13 @@
 namespace tqv {
 namespace {
 
+// A directory written or selected ends the rows being written; a failed call leaves libtiff's
+// directory, and rows still pending in it, as they were.
+bool Noted(TIFF* tiff, bool changed) {
+    if (changed) NoteDirectoryChanged(tiff);
+    return changed;
+}
+
 // The decode's own result is not the method's: the directory did change.
 bool AfterDirectoryChange(REALobject self, bool changed, bool headerOnly) {
     if (!changed) return false;
@@ -23,8 +30,7 @@ bool AfterDirectoryChange(REALobject self, bool changed, bool headerOnly) {
 bool ReadDirectory(REALobject self, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
-    NoteDirectoryChanged(tiff);
-    return AfterDirectoryChange(self, TIFFReadDirectory(tiff) != 0, headerOnly);
+    return AfterDirectoryChange(self, Noted(tiff, TIFFReadDirectory(tiff) != 0), headerOnly);
 }
 
 // libtiff 4.5 takes 32-bit directory numbers and fails on 65536; the host's index is 16-bit.
@@ -32,8 +38,7 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     const auto directory = static_cast<uint16_t>(index);
-    NoteDirectoryChanged(tiff);
-    return AfterDirectoryChange(self, TIFFSetDirectory(tiff, directory) != 0, headerOnly);
+    return AfterDirectoryChange(self, Noted(tiff, TIFFSetDirectory(tiff, directory) != 0), headerOnly);
 }
 
 template <typename Call>
@@ -58,16 +63,10 @@ bool rbTIFFSetDirectory3(REALobject self, int32_t index, bool headerOnly) {
 }
 
 bool rbTIFFRewriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) {
-        NoteDirectoryChanged(tiff);
-        return TIFFRewriteDirectory(tiff) != 0;
-    });
+    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFRewriteDirectory(tiff) != 0); });
 }
 bool rbTIFFWriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) {
-        NoteDirectoryChanged(tiff);
-        return TIFFWriteDirectory(tiff) != 0;
-    });
+    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFWriteDirectory(tiff) != 0); });
 }
 bool rbTIFFLastDirectory(REALobject self) {
     return OnOpenTiff(self, [](TIFF* tiff) { return TIFFLastDirectory(tiff) == 1; });

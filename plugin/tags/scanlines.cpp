@@ -6,6 +6,7 @@
 #include "bridge/services.h"
 #include "bridge/values.h"
 #include "session/scanline_read.h"
+#include "session/scanline_write.h"
 #include "session/tiff_data.h"
 #include "tags/tag_access.h"
 
@@ -28,7 +29,7 @@ int ReadRow(TIFF* tiff, void* row, int64_t index, int32_t sample) {
 }
 
 void WriteRow(TIFF* tiff, const uint8_t* row, int64_t index, int32_t sample) {
-    TIFFWriteScanline(tiff, const_cast<uint8_t*>(row), static_cast<uint32_t>(index), Plane(sample));
+    WriteScanline(tiff, const_cast<uint8_t*>(row), static_cast<uint32_t>(index), Plane(sample));
 }
 
 }  // namespace
@@ -76,7 +77,6 @@ void rbTIFFWriteScanlines(REALobject self, int32_t index, int32_t count, int32_t
     const auto* rows = static_cast<const uint8_t*>(value != nullptr ? REALMemoryBlockGetPtr(value) : nullptr);
     if (rowBytes == 0 || rows == nullptr) return;
     // Rows past the end of the block are not there to write.
-    if (count > 0 && BlockHolds(value, rowBytes)) NoteRowsWritten(tiff);
     for (int64_t i = 0; i < count && BlockHolds(value, (i + 1) * rowBytes); ++i) {
         WriteRow(tiff, rows + i * rowBytes, int64_t{index} + i, sample);
     }

@@ -125,9 +125,13 @@ T.group("Writing", function()
       for y = 0, 9 do assign(t, "Scanline", mb, y) end
       local errors = {}
       t.Error = function(_, _, message) errors[#errors + 1] = tostring(message) end
+      -- selecting a directory that is not there leaves the rows pending
+      T.eq(t:SetImageIndex(3, true), false)
+      T.eq(t:NextImage(true), false)
       T.eq(t:Scanline(0), nil, "compression " .. compression .. ": the read")
       T.eq(t:ReadBW(), false, "compression " .. compression .. ": a picture read")
-      T.eq(errors[1], "Cannot read rows of an image while its rows are being written")
+      T.eq(t:MirrorVertical(t), false, "compression " .. compression .. ": an exchange")
+      T.eq(errors[#errors], "Cannot read rows of an image while its rows are being written")
       t.Error = nil
       for y = 10, 19 do assign(t, "Scanline", mb, y) end
       T.eq(t:AddImage(), true, "the directory is written")
@@ -143,6 +147,77 @@ T.group("Writing", function()
     T.eq(errors, 3, "each row was attempted")
     assign(t, "Scanline", MemoryBlock(W), 0)
     T.eq(errors, 4)
+    T.eq(t:Scanline(1):Bytes(), row(1), "refused writes leave nothing pending")
+  end)
+  -- libtiff takes the rows of a strip in order from the first. Without the checks it lost rows it
+  -- answered 1 for, wrote past its buffers and strip tables, or (a row written after a read of
+  -- the same strip) stopped the process.
+  T.test("rows libtiff cannot take are refused with an Error event; the others are written", function()
+    for _, compression in ipairs({ 1, 5 }) do
+      local out = T.tmpfile("scanline_order_" .. compression .. ".tif")
+      local t = TiffPictureTQV()
+      local refused = {}
+      t.Error = function(_, module, message)
+        if tostring(module) == "TIFFWriteScanline" then refused[#refused + 1] = tostring(message):match("^(%d+):") end
+      end
+      t:Create(FolderItem(out))
+      t.Width, t.Height, t.BitsPerSample, t.Photometric, t.Compression, t.RowsPerStrip = W, ROWS, 8, 1, compression, 2
+      local mb = MemoryBlock(W)
+      local function put(y)
+        mb:SetBytes(0, row(y % 8))
+        assign(t, "Scanline", mb, y)
+      end
+      put(0)
+      put(0)   -- again: the strip would start over inside the codec's state
+      put(3)   -- skips row 1 of the strip
+      put(1)
+      put(9)   -- two strips past the end of the image
+      put(-1)  -- row 4294967295: the height would become 0
+      for y = 2, 5 do put(y) end  -- rows 4 and 5 make the image taller by one strip
+      t.Height = 40               -- a taller image has no strip tables for its new rows yet
+      put(20)
+      T.eq(table.concat(refused, " "), "0 3 9 4294967295 20", "compression " .. compression)
+      t:Close()
+      local r = H.opened(out)
+      T.eq(r.Height, 40)
+      T.eq(r:Scanlines(0, 6):Bytes(), row(0) .. row(1) .. row(2) .. row(3) .. row(4) .. row(5))
+    end
+  end)
+  T.test("rows read from a strip cannot be written back through the same session", function()
+    local out = T.tmpfile("scanline_read_then_write.tif")
+    local t = TiffPictureTQV()
+    t:Create(FolderItem(out))
+    t.Width, t.Height, t.BitsPerSample, t.Photometric, t.Compression, t.RowsPerStrip = W, ROWS, 8, 1, 5, ROWS
+    for y = 0, ROWS - 1 do
+      local mb = MemoryBlock(W)
+      mb:SetBytes(0, row(y))
+      assign(t, "Scanline", mb, y)
+    end
+    t:Close()
+    T.truthy(t:Open(FolderItem(out), "r+"))
+    local errors = 0
+    t.Error = function() errors = errors + 1 end
+    T.truthy(t:ReadRGB(), "decodes the strip")
+    assign(t, "Scanline", MemoryBlock(W), 0)
+    T.eq(errors, 1, "the row after a read of its strip is refused")
+    t:Close()
+    T.eq(H.opened(out):Scanlines(0, ROWS):Bytes(), row(0) .. row(1) .. row(2) .. row(3), "the file is as it was")
+  end)
+  T.test("the sample of a contiguous image is not handed to its codec", function()
+    -- The SGILog codecs stop the process on any sample but 0.
+    local t = H.opened(T.testdata("image-tiff/libtiffpic/off_luv32.tif"))
+    T.eq(t.PlanarConfig, 1)
+    T.eq(t:Scanline(0, 1):Bytes(), t:Scanline(0, 0):Bytes())
+    local w = TiffPictureTQV()
+    T.truthy(w:CreateString(0))
+    w.Width, w.Height, w.SamplesPerPixel, w.BitsPerSample, w.Photometric, w.Compression = 8, 1, 1, 16, 32844, 34676
+    local mb = MemoryBlock(w.BytesPerRow)
+    mb:SetBytes(0, string.rep("\1\2", 8))
+    assign(w, "Scanline", mb, 0, 2)
+    w:Close()
+    local back = TiffPictureTQV()
+    T.truthy(back:OpenString(w.OutputBuffer))
+    T.truthy(back:Scanline(0) ~= nil, "the row was written")
   end)
 end)
 
