@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <span>
 #include <utility>
 
 #include "bridge/services.h"
@@ -74,6 +75,44 @@ bool LeavesOldJpeg(TIFF* tiff, va_list ap) {
     return compression != COMPRESSION_OJPEG;
 }
 
+// The tags a codec keeps in its own state. libtiff 4.5 leaves them marked as set when the
+// compression changes (and the marks are shared between codecs), so writing the directory asks
+// the new codec for them: it refuses, and the writer writes values it never received (for
+// JPEGTables and the fax texts, through stray pointers). Their values went with the old codec.
+std::span<const uint32_t> CodecTags(uint16_t compression) {
+    static constexpr uint32_t kJpeg[] = {TIFFTAG_JPEGTABLES};
+    static constexpr uint32_t kPredictor[] = {TIFFTAG_PREDICTOR};
+    static constexpr uint32_t kFax[] = {TIFFTAG_GROUP3OPTIONS, TIFFTAG_GROUP4OPTIONS,     TIFFTAG_BADFAXLINES,
+                                        TIFFTAG_CLEANFAXDATA,  TIFFTAG_CONSECUTIVEBADFAXLINES,
+                                        TIFFTAG_FAXRECVPARAMS, TIFFTAG_FAXSUBADDRESS,     TIFFTAG_FAXRECVTIME,
+                                        TIFFTAG_FAXDCS};
+    switch (compression) {
+        case COMPRESSION_JPEG:
+            return kJpeg;
+        case COMPRESSION_LZW:
+        case COMPRESSION_ADOBE_DEFLATE:
+        case COMPRESSION_DEFLATE:
+        case COMPRESSION_LZMA:
+        case COMPRESSION_ZSTD:
+            return kPredictor;
+        case COMPRESSION_CCITTRLE:
+        case COMPRESSION_CCITTRLEW:
+        case COMPRESSION_CCITTFAX3:
+        case COMPRESSION_CCITTFAX4:
+            return kFax;
+        default:
+            return {};
+    }
+}
+
+void ForgetCodecTags(TIFF* tiff, uint16_t compression) {
+    for (uint32_t tag : CodecTags(compression)) {
+        // A tag libtiff met in a file before the codec defined it is an ordinary custom value.
+        const TIFFField* field = TIFFFindField(tiff, tag, TIFF_ANY);
+        if (field != nullptr && !TIFFFieldIsAnonymous(field)) TIFFUnsetField(tiff, tag);
+    }
+}
+
 int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
     NoteHandleChange(tiff);
     if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsMapSize(tiff, ap)) {
@@ -85,7 +124,13 @@ int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
         TIFFErrorExtR(tiff, "Compression", "Cannot change the compression of an old-style JPEG image");
         return 0;
     }
-    return gDirectorySetField(tiff, tag, ap);
+    if (tag != TIFFTAG_COMPRESSION) return gDirectorySetField(tiff, tag, ap);
+    uint16_t before = COMPRESSION_NONE, after = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &before);
+    const int result = gDirectorySetField(tiff, tag, ap);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &after);
+    if (after != before) ForgetCodecTags(tiff, before);
+    return result;
 }
 
 void GuardDirectory(TIFF* tiff) {

@@ -208,6 +208,33 @@ T.group("Setters", function()
     T.eq(made:WriteRGB(), false)
     made:Close()
   end)
+  -- libtiff 4.5 left the old codec's tags marked as set, and writing the directory then wrote
+  -- values the new codec never handed out (JPEGTables and the fax texts through stray pointers).
+  T.test("a codec's own tags go with it when the compression changes", function()
+    local path = T.tmpfile("jpeg_to_lzw.tif")
+    T.write_bytes(path, T.read_bytes(T.testdata("pillow/hopper_jpg.tif")))
+    local t = TiffPictureTQV()
+    T.truthy(t:Open(FolderItem(path), "r+"))
+    T.truthy(t:GetData(347) ~= nil, "JPEGTables read with the image")
+    t.Compression = 5
+    T.truthy(t:AddImage(), "the directory is written again")
+    t:Close()
+    T.truthy(t:Open(FolderItem(path)))
+    T.eq(t.Compression, 5)
+    T.eq(t:GetData(347), nil)
+    t:Close()
+    local fax = T.tmpfile("fax_to_none.tif")
+    local f = TiffPictureTQV()
+    T.truthy(f:Create(FolderItem(fax)))
+    f.Width, f.Height, f.BitsPerSample, f.Photometric, f.Compression = 8, 1, 1, 0, 3
+    T.truthy(f:SetFieldString(34909, "12345"), "FaxSubAddress")
+    f.Compression = 1
+    assign(f, "Scanline", MemoryBlock(1), 0)
+    f:Close()
+    T.truthy(f:Open(FolderItem(fax)))
+    T.eq(f.Compression, 1)
+    T.eq(f:GetData(34909), nil)
+  end)
 end)
 
 T.finish()
