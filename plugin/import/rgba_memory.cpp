@@ -134,20 +134,23 @@ bool Inside(const TIFFRGBAImage& image, int32_t x, int32_t y, int32_t width, int
            uint64_t{static_cast<uint32_t>(y)} + static_cast<uint32_t>(height) <= image.height;
 }
 
-// Whether libtiff 4.5 places `col_offset` right. For strips it advances col_offset × samples
-// bytes, true only when every pixel is that many bytes (8-bit contiguous samples, not packed in
-// subsampling blocks); for tiles it is right from any tile boundary, except for 16-bit grey:
-// there it skips the rest of a tile row the rectangle leaves out by half as many bytes as it
-// should, so every row but the first of a narrower rectangle starts in the wrong place. The
-// whole width needs no offset at all.
+// Whether libtiff 4.5 places `col_offset` right. The whole width needs no offset at all.
+// Otherwise each row of the rectangle skips the columns it leaves out, and libtiff's grey and
+// palette packers skip one byte a pixel there, whatever the pixel's size: every row but the first
+// starts in the wrong place when a pixel has more than one sample (extra samples) or 16-bit grey
+// ones. For the rest: strips advance col_offset × samples bytes, true only when every pixel is
+// that many bytes (8-bit contiguous samples, not packed in subsampling blocks); tiles are right
+// from any tile boundary.
 bool LibtiffPlacesColumns(const TIFFRGBAImage& image, const Rect& r) {
     if (r.x == 0 && r.width == image.width) return true;
+    const bool grey =
+        image.photometric == PHOTOMETRIC_MINISBLACK || image.photometric == PHOTOMETRIC_MINISWHITE;
+    if ((grey || image.photometric == PHOTOMETRIC_PALETTE) &&
+        (image.samplesperpixel > 1 || image.bitspersample == 16))
+        return false;
     const bool blockPacked = image.photometric == PHOTOMETRIC_YCBCR ||
                              image.photometric == PHOTOMETRIC_LOGL || image.photometric == PHOTOMETRIC_LOGLUV;
     if (image.isContig && image.bitspersample == 8 && !blockPacked) return true;
-    const bool grey =
-        image.photometric == PHOTOMETRIC_MINISBLACK || image.photometric == PHOTOMETRIC_MINISWHITE;
-    if (grey && image.bitspersample == 16) return false;
     uint32_t tileWidth = 0;
     return TIFFIsTiled(image.tif) && TIFFGetField(image.tif, TIFFTAG_TILEWIDTH, &tileWidth) == 1 &&
            tileWidth > 0 && r.x % tileWidth == 0;

@@ -13,8 +13,8 @@ local ASCII = 0x600
 
 -- Files, their orientation tag, and the rectangles stepped through them. The 8-bit contiguous
 -- ones and tile-aligned columns are placed by libtiff itself; 1- and 16-bit data, separate planes,
--- off-tile columns and 16-bit grey tiles are rendered in full-width bands by the plugin. All must
--- agree.
+-- off-tile columns, 16-bit grey tiles and grey or palette pixels of several samples are rendered
+-- in full-width bands by the plugin. All must agree.
 local FILES = {
   { "rgba_wide8.tif", 1, { { 32760, 0, 20, 3 }, { 0, 1, 40000, 2 }, { 39990, 2, 10, 1 }, { 12345, 0, 7, 3 } } },
   { "rgba_wide16.tif", 1, { { 32760, 0, 20, 3 }, { 0, 1, 40000, 2 }, { 39990, 2, 10, 1 }, { 0, 0, 9, 2 } } },
@@ -24,6 +24,11 @@ local FILES = {
   -- libtiff misplaces the rows of 16-bit grey tiles narrower than the tile even from a tile's edge.
   { "rgba_tiledgrey16.tif", 1, { { 0, 0, 7, 3 }, { 64, 64, 64, 64 }, { 128, 10, 5, 100 }, { 37, 50, 100, 90 } } },
   { "rgba_grey16.tif", 1, { { 3, 2, 17, 11 }, { 49, 19, 1, 1 }, { 0, 5, 50, 4 } } },
+  -- libtiff's grey and palette packers skip the columns a rectangle leaves out by one byte a
+  -- pixel, whatever the samples a pixel: images with extra samples go through bands too.
+  { "rgba_grey8_extra.tif", 1, { { 2, 1, 3, 2 }, { 0, 0, 10, 9 } } },
+  { "rgba_palette8_extra.tif", 1, { { 2, 1, 3, 2 }, { 0, 3, 22, 6 } } },
+  { "rgba_tiledgrey8_extra.tif", 1, { { 64, 0, 50, 70 }, { 0, 10, 100, 20 } } },
   { "rgba_separate8.tif", 1, { { 3, 2, 17, 11 }, { 49, 19, 1, 1 } } },
   { "rgba_botright8.tif", 3, { { 3, 2, 17, 11 }, { 0, 0, 50, 20 } } },
   { "rgba_botright16.tif", 3, { { 3, 2, 17, 11 }, { 0, 0, 50, 20 } } },
