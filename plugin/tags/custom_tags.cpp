@@ -31,7 +31,7 @@ char* KeepName(const char* name) {
 // field lives in libtiff's custom bit: any other bit would mark a built-in field as set.
 std::optional<TIFFFieldInfo> SafeFieldInfo(int32_t tag, int32_t readCount, int32_t writeCount, int32_t type,
                                            int32_t okToChange, int32_t passCount) {
-    if (type < TIFF_BYTE || type > TIFF_IFD8) return std::nullopt;
+    if (!IsTiffType(type)) return std::nullopt;
     auto reads = static_cast<short>(readCount);
     auto writes = static_cast<short>(writeCount);
     const bool counted = (passCount & 0xFF) != 0;
@@ -61,7 +61,8 @@ REALstring GetTagData(TIFF* tiff, uint32_t tag) {
     if (tiff == nullptr) return nullptr;
     const FieldShape shape = ShapeOf(tiff, tag);
     Scratch scratch;
-    if (!(shape.passCount || shape.Text()) || GetIntoScratch(tiff, tag, Read::Plain, scratch) == 0)
+    if (!shape.Typed() || !(shape.passCount || shape.Text()) ||
+        GetIntoScratch(tiff, tag, Read::Plain, scratch) == 0)
         return nullptr;
     if (!shape.passCount) {
         const FieldText text = TextOf(shape, scratch);

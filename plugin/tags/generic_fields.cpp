@@ -185,7 +185,8 @@ REALmemoryBlock GetFieldMemory(REALobject self, int32_t tag, int32_t* itemCount)
     const FieldShape shape = ShapeOf(tiff, utag);
     Scratch scratch;
     // Only a counted field hands out a count and a pointer.
-    if (!shape.passCount || GetIntoScratch(tiff, utag, Read::Plain, scratch) != 1) return nullptr;
+    if (!shape.Typed() || !shape.passCount || GetIntoScratch(tiff, utag, Read::Plain, scratch) != 1)
+        return nullptr;
     if (itemCount != nullptr) *itemCount = CountOf(shape, scratch);
     const void* values = scratch.As<const void*>(1);
     return values != nullptr ? REALPtrToMemoryBlock(values) : nullptr;

@@ -10,7 +10,7 @@
 namespace tqv {
 namespace {
 
-bool IsIntegerType(TIFFDataType type) {
+bool IsIntegerType(int type) {
     switch (type) {
         case TIFF_BYTE:
         case TIFF_SBYTE:
@@ -26,7 +26,7 @@ bool IsIntegerType(TIFFDataType type) {
     }
 }
 
-bool IsFloatingType(TIFFDataType type) {
+bool IsFloatingType(int type) {
     return type == TIFF_RATIONAL || type == TIFF_SRATIONAL || type == TIFF_FLOAT || type == TIFF_DOUBLE;
 }
 
@@ -84,12 +84,21 @@ FieldShape ShapeOf(TIFF* tiff, uint32_t tag) {
     FieldShape shape;
     shape.field = tiff != nullptr ? TIFFFindField(tiff, tag, TIFF_ANY) : nullptr;
     if (shape.field == nullptr) return shape;
-    shape.type = TIFFFieldDataType(shape.field);
+    shape.type = static_cast<int>(TIFFFieldDataType(shape.field));
     shape.readCount = TIFFFieldReadCount(shape.field);
     shape.writeCount = TIFFFieldWriteCount(shape.field);
     shape.passCount = TIFFFieldPassCount(shape.field) != 0;
     shape.elementSize = TIFFFieldSetGetSize(shape.field);
     return shape;
+}
+
+bool IsTiffType(int type) {
+    return (type >= TIFF_BYTE && type <= TIFF_IFD) || (type >= TIFF_LONG8 && type <= TIFF_IFD8);
+}
+
+// libtiff's own definitions use no type (TIFF_ANY) for pseudo-tags and SMin/SMaxSampleValue.
+bool FieldShape::Typed() const {
+    return Known() && (type == TIFF_NOTYPE || IsTiffType(type));
 }
 
 int FieldShape::GetCountSize() const {
@@ -99,6 +108,7 @@ int FieldShape::GetCountSize() const {
 
 SetArgument FieldShape::SetArgumentKind() const {
     if (!Known()) return SetArgument::Unknown;
+    if (!Typed()) return SetArgument::Other;
     if (passCount) return SetArgument::Counted;
     if (type == TIFF_ASCII) return SetArgument::Text;
     if (readCount == 0 && writeCount == 0) return PseudoArgument(*this);

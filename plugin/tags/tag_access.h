@@ -51,6 +51,9 @@ enum class Read { Plain, Defaulted };
 // TIFFGetField or TIFFGetFieldDefaulted into the scratch slots; libtiff's result.
 int GetIntoScratch(TIFF* tiff, uint32_t tag, Read read, Scratch& scratch);
 
+// TIFF's own data type codes: 1 to 13, and BigTIFF's 16 to 18.
+bool IsTiffType(int type);
+
 // How the value of a field travels through TIFFSetField.
 enum class SetArgument {
     Unknown,  // libtiff does not know the tag: it refuses before reading any argument
@@ -64,13 +67,18 @@ enum class SetArgument {
 
 struct FieldShape {
     const TIFFField* field = nullptr;
-    TIFFDataType type = TIFF_NOTYPE;
+    // A plain integer: libtiff keeps a file's own type code for a tag it met there (513, 65535,
+    // ...), which no TIFFDataType value stands for.
+    int type = TIFF_NOTYPE;
     int readCount = 0;
     int writeCount = 0;
     bool passCount = false;
     int elementSize = 0;  // bytes of one value as libtiff takes and hands it out
 
     bool Known() const { return field != nullptr; }
+    // libtiff has no value form for a type code outside TIFF's own (its writer aborts on 14 and
+    // 15, and a file's unknown codes get no size): such a field takes no value of any family.
+    bool Typed() const;
     bool Text() const { return Known() && type == TIFF_ASCII; }
     // Bytes of the count that TIFFGetField writes first for a counted field; 0 for none.
     int GetCountSize() const;

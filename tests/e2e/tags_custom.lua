@@ -85,6 +85,33 @@ T.group("Private tags", function()
   end)
 end)
 
+T.group("Type codes outside TIFF's own", function()
+  local CORPUS = (debug.getinfo(1, "S").source:match("^@(.*/)e2e/") or "tests/") .. "corpus/"
+  T.test("declared, met in a file or in a damaged file: no value is set, read or written", function()
+    local path = T.tmpfile("custom_type14.tif")
+    write_one_pixel(path, function(t)
+      T.eq(t:AddCustomTag(65110, -1, -1, 14, 65, 1, 1, "Type 14"), false)
+      T.eq(t:AddCustomTag(65111, 1, 1, 15, 65, 1, 0, "Type 15"), false)
+      T.eq(t:SetData(65110, "abc"), false)
+    end)
+    T.eq(H.reference(path).open, "true")
+    -- libtiff keeps the file's type code (14 here, 513 in the Pillow file) in the definition it makes.
+    local copy = T.write_bytes(T.tmpfile("custom_type14_rw.tif"), T.read_bytes(CORPUS .. "private_tag_type_14.tif"))
+    local t, s, n = TiffPictureTQV(), Ref(nil), Ref(0)
+    t.Warning = function() end
+    T.truthy(t:Open(FolderItem(copy), "r+"), "Open r+")
+    T.eq(t:SetData(65000, "abc"), false)
+    T.eq(t:SetFieldMemory(65000, 1, MemoryBlock(8)), false)
+    T.eq(t:RewriteDirectory(), true)
+    t:Close()
+    t = H.opened(T.testdata("pillow/crash-2020-10-test.tif"))
+    T.eq(t:GetFieldString(512, s), false)
+    T.eq(t:GetData(512), nil)
+    T.eq(t:GetFieldMemory(512, n), nil); T.eq(n.value, 0)
+    T.eq(t:SetData(512, "x"), false)
+  end)
+end)
+
 T.group("ICC profile and XMP", function()
   local profile = "\0\1\2\0icc\0\255tail"
   local packet = "<x:xmpmeta>caf\xC3\xA9</x:xmpmeta>"
