@@ -82,9 +82,14 @@ bool LeavesOldJpeg(TIFF* tiff, va_list ap) {
 std::span<const uint32_t> CodecTags(uint16_t compression) {
     static constexpr uint32_t kJpeg[] = {TIFFTAG_JPEGTABLES};
     static constexpr uint32_t kPredictor[] = {TIFFTAG_PREDICTOR};
-    static constexpr uint32_t kFax[] = {TIFFTAG_GROUP3OPTIONS, TIFFTAG_GROUP4OPTIONS,     TIFFTAG_BADFAXLINES,
-                                        TIFFTAG_CLEANFAXDATA,  TIFFTAG_CONSECUTIVEBADFAXLINES,
-                                        TIFFTAG_FAXRECVPARAMS, TIFFTAG_FAXSUBADDRESS,     TIFFTAG_FAXRECVTIME,
+    static constexpr uint32_t kFax[] = {TIFFTAG_GROUP3OPTIONS,
+                                        TIFFTAG_GROUP4OPTIONS,
+                                        TIFFTAG_BADFAXLINES,
+                                        TIFFTAG_CLEANFAXDATA,
+                                        TIFFTAG_CONSECUTIVEBADFAXLINES,
+                                        TIFFTAG_FAXRECVPARAMS,
+                                        TIFFTAG_FAXSUBADDRESS,
+                                        TIFFTAG_FAXRECVTIME,
                                         TIFFTAG_FAXDCS};
     switch (compression) {
         case COMPRESSION_JPEG:

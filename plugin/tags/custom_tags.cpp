@@ -3,6 +3,7 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <set>
 #include <string>
@@ -57,13 +58,26 @@ REALstring BinaryString(const void* bytes, int64_t length) {
     return REALBuildUnicodeString(bytes, length, kREALTextEncodingUnknown);
 }
 
+// Every name with its NUL. While InkNames is set, libtiff 4.5 keeps NumberOfInks at the number of
+// names and holds each one NUL-terminated within the value (it refuses any other value).
+REALstring InkNamesData(TIFF* tiff, const Scratch& scratch) {
+    const char* names = scratch.As<const char*>(0);
+    if (names == nullptr) return nullptr;
+    uint16_t inks = 0;
+    if (TIFFGetField(tiff, TIFFTAG_NUMBEROFINKS, &inks) != 1 || inks == 0) inks = 1;
+    size_t length = 0;
+    for (uint16_t i = 0; i < inks; ++i) length += std::strlen(names + length) + 1;
+    return BinaryString(names, static_cast<int64_t>(length));
+}
+
 REALstring GetTagData(TIFF* tiff, uint32_t tag) {
     if (tiff == nullptr) return nullptr;
     const FieldShape shape = ShapeOf(tiff, tag);
     Scratch scratch;
-    if (!shape.Typed() || !(shape.passCount || shape.Text()) ||
+    if (!shape.HasForm() || !(shape.passCount || shape.Text()) ||
         GetIntoScratch(tiff, tag, Read::Plain, scratch) == 0)
         return nullptr;
+    if (shape.inkNames) return InkNamesData(tiff, scratch);
     if (!shape.passCount) {
         const FieldText text = TextOf(shape, scratch);
         return BinaryString(text.bytes, static_cast<int64_t>(text.length));

@@ -6,7 +6,7 @@ namespace tqv {
 
 FieldText TextOf(const FieldShape& shape, const Scratch& scratch) {
     if (!shape.Text()) return {};
-    if (!shape.passCount) {
+    if (!shape.passCount || shape.inkNames) {  // InkNames: its first name
         const char* text = scratch.As<const char*>(0);
         return {text, text != nullptr ? std::strlen(text) : 0};
     }

@@ -171,6 +171,9 @@ bool GetFieldCount(REALobject self, int32_t tag, int32_t* count, REALmemoryBlock
     if (tiff == nullptr) return false;
     const auto utag = static_cast<uint32_t>(tag);
     const FieldShape shape = ShapeOf(tiff, utag);
+    // No count to give: InkNames hands out only its text, and a field without a known form
+    // hands out whatever its codec keeps.
+    if (shape.inkNames || !shape.HasForm()) return false;
     Scratch scratch;
     const int result = GetIntoScratch(tiff, utag, Read::Plain, scratch);
     if (count != nullptr) *count = CountOf(shape, scratch);
@@ -185,7 +188,8 @@ REALmemoryBlock GetFieldMemory(REALobject self, int32_t tag, int32_t* itemCount)
     const FieldShape shape = ShapeOf(tiff, utag);
     Scratch scratch;
     // Only a counted field hands out a count and a pointer.
-    if (!shape.Typed() || !shape.passCount || GetIntoScratch(tiff, utag, Read::Plain, scratch) != 1)
+    if (!shape.HasForm() || !shape.passCount || shape.inkNames ||
+        GetIntoScratch(tiff, utag, Read::Plain, scratch) != 1)
         return nullptr;
     if (itemCount != nullptr) *itemCount = CountOf(shape, scratch);
     const void* values = scratch.As<const void*>(1);

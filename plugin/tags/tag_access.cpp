@@ -1,6 +1,8 @@
 #include "tags/tag_access.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <span>
 
 #include "bridge/services.h"
 #include "bridge/values.h"
@@ -41,6 +43,54 @@ SetArgument PseudoArgument(const FieldShape& shape) {
 // Built-in per-sample shorts (SampleFormat, MinSampleValue, ...) are set and read as one uint16.
 bool IsPerSampleShort(const FieldShape& shape) {
     return shape.writeCount < 0 && shape.type == TIFF_SHORT && shape.elementSize == 2;
+}
+
+// The tags each codec's field setter takes itself, in libtiff 4.5; every other tag reaches the
+// directory's setter, which follows the definition.
+std::span<const uint32_t> TagsSetByCodec(uint16_t compression) {
+    static constexpr uint32_t kOldJpeg[] = {
+        TIFFTAG_JPEGPROC,    TIFFTAG_JPEGIFOFFSET, TIFFTAG_JPEGIFBYTECOUNT, TIFFTAG_JPEGRESTARTINTERVAL,
+        TIFFTAG_JPEGQTABLES, TIFFTAG_JPEGDCTABLES, TIFFTAG_JPEGACTABLES};
+    static constexpr uint32_t kJpeg[] = {TIFFTAG_JPEGTABLES};
+    static constexpr uint32_t kPredictor[] = {TIFFTAG_PREDICTOR};
+    static constexpr uint32_t kFax[] = {TIFFTAG_GROUP3OPTIONS,
+                                        TIFFTAG_GROUP4OPTIONS,
+                                        TIFFTAG_BADFAXLINES,
+                                        TIFFTAG_CLEANFAXDATA,
+                                        TIFFTAG_CONSECUTIVEBADFAXLINES,
+                                        TIFFTAG_FAXRECVPARAMS,
+                                        TIFFTAG_FAXSUBADDRESS,
+                                        TIFFTAG_FAXRECVTIME,
+                                        TIFFTAG_FAXDCS};
+    static constexpr uint32_t kLerc[] = {TIFFTAG_LERC_PARAMETERS};
+    switch (compression) {
+        case COMPRESSION_OJPEG:
+            return kOldJpeg;
+        case COMPRESSION_JPEG:
+            return kJpeg;
+        case COMPRESSION_LZW:
+        case COMPRESSION_ADOBE_DEFLATE:
+        case COMPRESSION_DEFLATE:
+        case COMPRESSION_LZMA:
+        case COMPRESSION_ZSTD:
+            return kPredictor;
+        case COMPRESSION_CCITTRLE:
+        case COMPRESSION_CCITTRLEW:
+        case COMPRESSION_CCITTFAX3:
+        case COMPRESSION_CCITTFAX4:
+            return kFax;
+        case COMPRESSION_LERC:
+            return kLerc;
+        default:
+            return {};
+    }
+}
+
+bool CodecSetsItself(TIFF* tiff, uint32_t tag) {
+    uint16_t compression = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+    const std::span<const uint32_t> tags = TagsSetByCodec(compression);
+    return std::find(tags.begin(), tags.end(), tag) != tags.end();
 }
 
 }  // namespace
@@ -89,6 +139,8 @@ FieldShape ShapeOf(TIFF* tiff, uint32_t tag) {
     shape.writeCount = TIFFFieldWriteCount(shape.field);
     shape.passCount = TIFFFieldPassCount(shape.field) != 0;
     shape.elementSize = TIFFFieldSetGetSize(shape.field);
+    shape.inkNames = tag == TIFFTAG_INKNAMES;
+    shape.codecOwn = TIFFFieldIsAnonymous(shape.field) != 0 && CodecSetsItself(tiff, tag);
     return shape;
 }
 
@@ -97,28 +149,32 @@ bool IsTiffType(int type) {
 }
 
 // libtiff's own definitions use no type (TIFF_ANY) for pseudo-tags and SMin/SMaxSampleValue.
-bool FieldShape::Typed() const {
-    return Known() && (type == TIFF_NOTYPE || IsTiffType(type));
+bool FieldShape::HasForm() const {
+    return Known() && (type == TIFF_NOTYPE || IsTiffType(type)) && !codecOwn;
 }
 
 int FieldShape::GetCountSize() const {
-    if (!passCount) return 0;
+    if (!passCount || inkNames) return 0;
     return readCount == TIFF_VARIABLE2 ? 4 : 2;
 }
 
 SetArgument FieldShape::SetArgumentKind() const {
     if (!Known()) return SetArgument::Unknown;
-    if (!Typed()) return SetArgument::Other;
+    if (!HasForm()) return SetArgument::Other;
     if (passCount) return SetArgument::Counted;
     if (type == TIFF_ASCII) return SetArgument::Text;
     if (readCount == 0 && writeCount == 0) return PseudoArgument(*this);
     if (type == TIFF_SHORT && readCount == 2 && elementSize == 4) return SetArgument::IntPair;
-    if (IsIntegerType(type) && (writeCount == 1 || IsPerSampleShort(*this))) return SetArgument::Int;
+    // libtiff copies elementSize bytes from a local of the width it reads the int into: a private
+    // IFD field (8-byte values) would be copied from beyond a 4-byte local.
+    if (IsIntegerType(type) && elementSize <= 4 && (writeCount == 1 || IsPerSampleShort(*this)))
+        return SetArgument::Int;
     if (IsFloatingType(type) && writeCount == 1) return SetArgument::Double;
     return SetArgument::Other;
 }
 
 int FieldShape::FirstOutputWidth() const {
+    if (inkNames) return static_cast<int>(sizeof(char*));
     switch (SetArgumentKind()) {
         case SetArgument::Unknown:
             return 0;
@@ -137,6 +193,7 @@ int FieldShape::FirstOutputWidth() const {
 }
 
 int FieldShape::SecondOutputWidth() const {
+    if (inkNames) return 0;
     switch (SetArgumentKind()) {
         case SetArgument::Counted:
             return static_cast<int>(sizeof(void*));

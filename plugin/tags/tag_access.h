@@ -74,12 +74,20 @@ struct FieldShape {
     int writeCount = 0;
     bool passCount = false;
     int elementSize = 0;  // bytes of one value as libtiff takes and hands it out
+    // InkNames: set with a count and the NUL-separated names, handed out as one char* only.
+    bool inkNames = false;
+    // A definition libtiff made itself for a tag met in a file before the current codec defined
+    // it: that codec's own setter and getter take the tag in their own form (old-style JPEG's
+    // offsets as uint64, LERC's parameters as ints, ...), not the definition's, and keep its
+    // value where the directory writer never looks.
+    bool codecOwn = false;
 
     bool Known() const { return field != nullptr; }
-    // libtiff has no value form for a type code outside TIFF's own (its writer aborts on 14 and
-    // 15, and a file's unknown codes get no size): such a field takes no value of any family.
-    bool Typed() const;
-    bool Text() const { return Known() && type == TIFF_ASCII; }
+    // Whether the definition says how the value travels. libtiff has none for a type code outside
+    // TIFF's own (its writer aborts on 14 and 15, a file's unknown codes get no size), nor for a
+    // codec's tag under a definition not its own: such a field takes no value of any family.
+    bool HasForm() const;
+    bool Text() const { return HasForm() && type == TIFF_ASCII; }
     // Bytes of the count that TIFFGetField writes first for a counted field; 0 for none.
     int GetCountSize() const;
     // TIFFSetField takes the count as uint32 (else as int).

@@ -112,6 +112,35 @@ T.group("Type codes outside TIFF's own", function()
   end)
 end)
 
+T.group("Codec tags libtiff met in a file before their codec", function()
+  T.test("take no value while that codec is the image's; before it, they are ordinary counted tags", function()
+    local path = T.tmpfile("custom_codec_tags.tif")
+    write_one_pixel(path, function(t)
+      for _, tag in ipairs({ 519, 513, 50674 }) do
+        T.eq(t:AddCustomTag(tag, -1, -1, 1, 65, 1, 1, "Codec tag " .. tag), true)
+        T.eq(t:SetData(tag, "\1"), true)
+      end
+    end)
+    local t = H.opened(path)
+    t.Error = function() end
+    T.eq(t:SetData(519, "abc"), true, "uncompressed: the definition libtiff made holds")
+    T.eq(tostring(t:GetData(519)), "abc")
+    t.Compression = 6  -- old-style JPEG takes 519 as uint64 offsets and 513 as one uint64
+    T.eq(t.Compression, 6)
+    T.eq(t:SetData(519, "abc"), false)
+    T.eq(t:SetFieldMemory(519, 3, MemoryBlock(24)), false)
+    T.eq(t:SetData(513, "abcd"), false)
+    T.eq(t:GetData(513), nil)
+    local n = Ref(7)
+    T.eq(t:GetFieldCount(513, n, MemoryBlock(8)), false); T.eq(n.value, 0)
+    T.eq(t:GetFieldMemory(519, n), nil); T.eq(n.value, 0)
+    t = H.opened(path)
+    t.Error = function() end
+    t.Compression = 34887  -- LERC reads two ints of its parameters whatever the count
+    T.eq(t:SetData(50674, "ab"), false)
+  end)
+end)
+
 T.group("ICC profile and XMP", function()
   local profile = "\0\1\2\0icc\0\255tail"
   local packet = "<x:xmpmeta>caf\xC3\xA9</x:xmpmeta>"
