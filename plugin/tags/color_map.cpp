@@ -4,7 +4,6 @@
 
 #include <cstdarg>
 #include <cstring>
-#include <span>
 #include <utility>
 
 #include "bridge/services.h"
@@ -75,46 +74,15 @@ bool LeavesOldJpeg(TIFF* tiff, va_list ap) {
     return compression != COMPRESSION_OJPEG;
 }
 
-// The tags a codec keeps in its own state. libtiff 4.5 leaves them marked as set when the
-// compression changes (and the marks are shared between codecs), so writing the directory asks
-// the new codec for them: it refuses, and the writer writes values it never received (for
-// JPEGTables and the fax texts, through stray pointers). Their values went with the old codec.
-std::span<const uint32_t> CodecTags(uint16_t compression) {
-    static constexpr uint32_t kJpeg[] = {TIFFTAG_JPEGTABLES};
-    static constexpr uint32_t kPredictor[] = {TIFFTAG_PREDICTOR};
-    static constexpr uint32_t kFax[] = {TIFFTAG_GROUP3OPTIONS,
-                                        TIFFTAG_GROUP4OPTIONS,
-                                        TIFFTAG_BADFAXLINES,
-                                        TIFFTAG_CLEANFAXDATA,
-                                        TIFFTAG_CONSECUTIVEBADFAXLINES,
-                                        TIFFTAG_FAXRECVPARAMS,
-                                        TIFFTAG_FAXSUBADDRESS,
-                                        TIFFTAG_FAXRECVTIME,
-                                        TIFFTAG_FAXDCS};
-    switch (compression) {
-        case COMPRESSION_JPEG:
-            return kJpeg;
-        case COMPRESSION_LZW:
-        case COMPRESSION_ADOBE_DEFLATE:
-        case COMPRESSION_DEFLATE:
-        case COMPRESSION_LZMA:
-        case COMPRESSION_ZSTD:
-            return kPredictor;
-        case COMPRESSION_CCITTRLE:
-        case COMPRESSION_CCITTRLEW:
-        case COMPRESSION_CCITTFAX3:
-        case COMPRESSION_CCITTFAX4:
-            return kFax;
-        default:
-            return {};
-    }
-}
-
+// libtiff 4.5 leaves the tags a codec kept in its own state marked as set when the compression
+// changes (and the marks are shared between codecs), so writing the directory asks the new codec
+// for them: it refuses, and the writer writes values it never received (for JPEGTables and the fax
+// texts, through stray pointers). Their values went with the old codec.
 void ForgetCodecTags(TIFF* tiff, uint16_t compression) {
-    for (uint32_t tag : CodecTags(compression)) {
-        // A tag libtiff met in a file before the codec defined it is an ordinary custom value.
-        const TIFFField* field = TIFFFindField(tiff, tag, TIFF_ANY);
-        if (field != nullptr && !TIFFFieldIsAnonymous(field)) TIFFUnsetField(tiff, tag);
+    for (uint32_t tag : TagsSetByCodec(compression)) {
+        // Under a definition met in a file or given by the program, the value is an ordinary
+        // custom value of the directory's own, which stays.
+        if (IsCodecDefinition(TIFFFindField(tiff, tag, TIFF_ANY))) TIFFUnsetField(tiff, tag);
     }
 }
 

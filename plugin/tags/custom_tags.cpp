@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -16,14 +15,6 @@
 
 namespace tqv {
 namespace {
-
-// libtiff keeps the name pointer for the life of the handle, and handles outlive any one call:
-// names live for the process (one copy of each distinct name).
-char* KeepName(const char* name) {
-    static auto* names = new std::set<std::string>;
-    // libtiff never writes through field_name; the record type merely lacks the const.
-    return const_cast<char*>(names->insert(name).first->c_str());
-}
 
 // The declaration in a form libtiff 4.5 handles: ASCII plain (-1) or counted (-3, the only
 // counted ASCII form it accepts without aborting), other counted types with a variable count,
@@ -122,11 +113,15 @@ bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t write
                   int32_t /*fieldBit*/, int32_t okToChange, int32_t passCount, REALstring name) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
+    // Numbers above 65535 cannot be in a file: libtiff uses them for its codecs' controls, which
+    // the codec's own setter takes in its own form once the codec is the image's.
+    if (static_cast<uint32_t>(tag) > 65535 && TIFFFindField(tiff, static_cast<uint32_t>(tag), TIFF_ANY) == nullptr)
+        return false;
     std::optional<TIFFFieldInfo> info =
         SafeFieldInfo(tag, readCount, writeCount, type, okToChange, passCount);
     if (!info) return false;
     rbText text(name);
-    info->field_name = KeepName(text.GetUTF8());
+    info->field_name = KeepFieldName(text.GetUTF8());
     TIFFMergeFieldInfo(tiff, &*info, 1);  // libtiff copies the record; a known tag is skipped
     return true;
 }

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <set>
 #include <span>
+#include <string>
 
 #include "bridge/services.h"
 #include "bridge/values.h"
@@ -45,8 +47,9 @@ bool IsPerSampleShort(const FieldShape& shape) {
     return shape.writeCount < 0 && shape.type == TIFF_SHORT && shape.elementSize == 2;
 }
 
-// The tags each codec's field setter takes itself, in libtiff 4.5; every other tag reaches the
-// directory's setter, which follows the definition.
+}  // namespace
+
+// Every other tag reaches the directory's setter, which follows the definition.
 std::span<const uint32_t> TagsSetByCodec(uint16_t compression) {
     static constexpr uint32_t kOldJpeg[] = {
         TIFFTAG_JPEGPROC,    TIFFTAG_JPEGIFOFFSET, TIFFTAG_JPEGIFBYTECOUNT, TIFFTAG_JPEGRESTARTINTERVAL,
@@ -86,6 +89,13 @@ std::span<const uint32_t> TagsSetByCodec(uint16_t compression) {
     }
 }
 
+namespace {
+
+std::set<std::string>& KeptNames() {
+    static auto* names = new std::set<std::string>;
+    return *names;
+}
+
 bool CodecSetsItself(TIFF* tiff, uint32_t tag) {
     uint16_t compression = COMPRESSION_NONE;
     TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
@@ -94,6 +104,19 @@ bool CodecSetsItself(TIFF* tiff, uint32_t tag) {
 }
 
 }  // namespace
+
+char* KeepFieldName(const char* name) {
+    // libtiff never writes through field_name; the record type merely lacks the const.
+    return const_cast<char*>(KeptNames().insert(name).first->c_str());
+}
+
+bool IsCodecDefinition(const TIFFField* field) {
+    if (field == nullptr || TIFFFieldIsAnonymous(field)) return false;
+    const char* name = TIFFFieldName(field);
+    if (name == nullptr) return true;
+    const auto kept = KeptNames().find(name);
+    return kept == KeptNames().end() || kept->c_str() != name;
+}
 
 TIFF* OpenTiffOf(REALobject self) {
     TiffData* record = TiffDataOf(self);
@@ -140,7 +163,7 @@ FieldShape ShapeOf(TIFF* tiff, uint32_t tag) {
     shape.passCount = TIFFFieldPassCount(shape.field) != 0;
     shape.elementSize = TIFFFieldSetGetSize(shape.field);
     shape.inkNames = tag == TIFFTAG_INKNAMES;
-    shape.codecOwn = TIFFFieldIsAnonymous(shape.field) != 0 && CodecSetsItself(tiff, tag);
+    shape.codecOwn = !IsCodecDefinition(shape.field) && CodecSetsItself(tiff, tag);
     return shape;
 }
 

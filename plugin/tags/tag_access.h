@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 namespace tqv {
 
@@ -65,6 +66,18 @@ enum class SetArgument {
     Other,    // pointers, 64-bit values, per-sample arrays: no generic family fits
 };
 
+// The tags a codec's own field setter takes in libtiff 4.5, in its own form and into its own
+// state, while the codec is the image's.
+std::span<const uint32_t> TagsSetByCodec(uint16_t compression);
+
+// libtiff keeps a definition's name pointer for the life of the handle, and handles outlive any
+// one call: names given to AddCustomTag live for the process (one copy of each distinct name).
+char* KeepFieldName(const char* name);
+
+// Whether the definition is libtiff's own: neither one libtiff made for a tag met in a file
+// (anonymous) nor one the program gave (AddCustomTag).
+bool IsCodecDefinition(const TIFFField* field);
+
 struct FieldShape {
     const TIFFField* field = nullptr;
     // A plain integer: libtiff keeps a file's own type code for a tag it met there (513, 65535,
@@ -76,8 +89,8 @@ struct FieldShape {
     int elementSize = 0;  // bytes of one value as libtiff takes and hands it out
     // InkNames: set with a count and the NUL-separated names, handed out as one char* only.
     bool inkNames = false;
-    // A definition libtiff made itself for a tag met in a file before the current codec defined
-    // it: that codec's own setter and getter take the tag in their own form (old-style JPEG's
+    // A definition libtiff made itself for a tag met in a file, or one the program gave, before
+    // the current codec defined it: that codec's own setter and getter take the tag in their own form (old-style JPEG's
     // offsets as uint64, LERC's parameters as ints, ...), not the definition's, and keep its
     // value where the directory writer never looks.
     bool codecOwn = false;

@@ -112,7 +112,7 @@ T.group("Type codes outside TIFF's own", function()
   end)
 end)
 
-T.group("Codec tags libtiff met in a file before their codec", function()
+T.group("Codec tags defined before their codec", function()
   T.test("take no value while that codec is the image's; before it, they are ordinary counted tags", function()
     local path = T.tmpfile("custom_codec_tags.tif")
     write_one_pixel(path, function(t)
@@ -138,6 +138,22 @@ T.group("Codec tags libtiff met in a file before their codec", function()
     t.Error = function() end
     t.Compression = 34887  -- LERC reads two ints of its parameters whatever the count
     T.eq(t:SetData(50674, "ab"), false)
+  end)
+  T.test("declared by the program before their codec: the same; numbers above 65535 are not declared", function()
+    local t = TiffPictureTQV()
+    T.truthy(t:CreateString(0))
+    t.Error = function() end
+    T.eq(t:AddCustomTag(292, -1, -1, 1, 65, 1, 1, "Group 3 options as bytes"), true)
+    T.eq(t:SetData(292, "ab"), true, "an ordinary counted tag before the codec")
+    t.Compression = 3  -- the fax codec takes 292 as one uint32 of its own
+    T.eq(t:SetFieldMemory(292, 2, MemoryBlock(8)), false)
+    T.eq(t:SetData(292, "abcd"), false)
+    T.eq(t:GetData(292), nil)
+    -- libtiff's codec controls (65537 is JPEGQuality) are taken by the codec in its own form
+    T.eq(t:AddCustomTag(65537, -1, -1, 2, 65, 1, 0, "JPEG quality as text"), false)
+    T.eq(t:AddCustomTag(-1, -1, -1, 2, 65, 1, 0, "Beyond any file"), false)
+    t.Compression = 7
+    T.eq(t:AddCustomTag(65537, 1, 1, 3, 65, 1, 0, "Known to the JPEG codec"), true, "a known number still answers true")
   end)
 end)
 
