@@ -12,6 +12,7 @@
 #include "bridge/handles.h"
 #include "bridge/services.h"
 #include "import/direct_strips.h"
+#include "import/rgba_begin.h"
 #include "import/rgba_layouts.h"
 #include "picture/picture_editor.h"
 #include "platform/page_advice.h"
@@ -128,7 +129,7 @@ bool Decode(TIFF* tiff, Raster& raster) {
     if (tiff == nullptr) return false;
     RgbaImage rgba;
     char message[1024] = {};
-    rgba.begun = TIFFRGBAImageBegin(&rgba.image, tiff, 0, message) != 0;
+    rgba.begun = BeginRgbaImage(&rgba.image, tiff, message);
     if (!rgba.begun) return false;
     if (!Allocate(raster, rgba.image.width, rgba.image.height)) return false;
     return TIFFRGBAImageGet(&rgba.image, raster.pixels.get(), raster.width, raster.height) != 0;

@@ -22,6 +22,7 @@
 #include "bridge/services.h"
 #include "bridge/values.h"
 #include "import/direct_strips.h"
+#include "import/rgba_begin.h"
 #include "platform/page_advice.h"
 #include "platform/vector_paths.h"
 #include "session/tiff_data.h"
@@ -135,19 +136,12 @@ bool Inside(const TIFFRGBAImage& image, int32_t x, int32_t y, int32_t width, int
 }
 
 // Whether libtiff 4.5 places `col_offset` right. The whole width needs no offset at all.
-// Otherwise each row of the rectangle skips the columns it leaves out, and libtiff's grey and
-// palette packers skip one byte a pixel there, whatever the pixel's size: every row but the first
-// starts in the wrong place when a pixel has more than one sample (extra samples) or 16-bit grey
-// ones. For the rest: strips advance col_offset × samples bytes, true only when every pixel is
-// that many bytes (8-bit contiguous samples, not packed in subsampling blocks); tiles are right
-// from any tile boundary.
+// Otherwise strips advance col_offset × samples bytes, true only when every pixel is that many
+// bytes (8-bit contiguous samples, not packed in subsampling blocks); tiles are right from any
+// tile boundary. (The columns a row leaves out on its right are skipped right for every layout
+// once BeginRgbaImage has replaced libtiff's skewed grey and palette packers.)
 bool LibtiffPlacesColumns(const TIFFRGBAImage& image, const Rect& r) {
     if (r.x == 0 && r.width == image.width) return true;
-    const bool grey =
-        image.photometric == PHOTOMETRIC_MINISBLACK || image.photometric == PHOTOMETRIC_MINISWHITE;
-    if ((grey || image.photometric == PHOTOMETRIC_PALETTE) &&
-        (image.samplesperpixel > 1 || image.bitspersample == 16))
-        return false;
     const bool blockPacked = image.photometric == PHOTOMETRIC_YCBCR ||
                              image.photometric == PHOTOMETRIC_LOGL || image.photometric == PHOTOMETRIC_LOGLUV;
     if (image.isContig && image.bitspersample == 8 && !blockPacked) return true;
@@ -403,7 +397,7 @@ REALmemoryBlock ReadRGBMemory(REALobject object, REALstring* errorMessage) {
     char message[kMessageBytes] = {};
     TIFFRGBAImage image{};
     Raster raster;
-    if (TIFFRGBAImageBegin(&image, record->tiff, 0, message) != 0) {
+    if (BeginRgbaImage(&image, record->tiff, message)) {
         raster = NewRaster(RasterBytes(image.width, image.height));
         // Rendered straight into the host's block.
         if (raster.pixels == nullptr || !GetPlaced(image, raster.pixels, {0, 0, image.width, image.height}))
@@ -423,7 +417,7 @@ bool ReadRGBMemoryBegin(REALobject object, REALstring* errorMessage) {
     auto* state = static_cast<RgbaState*>(AllocateClearMemory(sizeof(RgbaState)));
     if (state == nullptr) return false;
     char message[kMessageBytes] = {};
-    const bool begun = TIFFRGBAImageBegin(&state->image, record->tiff, 0, message) != 0;
+    const bool begun = BeginRgbaImage(&state->image, record->tiff, message);
     if (begun) {
         state->signature = Signature::Of(record->tiff);
         record->rgbaImage = &state->image;

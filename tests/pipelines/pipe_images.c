@@ -289,6 +289,12 @@ static void make_rgba(const char* dir) {
         {"rgba_tiled16.tif", 300, 150, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, 0, 0},
         {"rgba_tiledgrey16.tif", 300, 150, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 0},
         {"rgba_tiledgrey8_extra.tif", 150, 70, 8, 2, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 0},
+        {"rgba_tiledpalette8_extra.tif", 150, 70, 8, 2, PHOTOMETRIC_PALETTE, COMPRESSION_LZW, 0, 0, 0, 0},
+        /* The same pixels in strips: libtiff renders whole-width strips right, so these are the
+         * references for the tiled images above, whose partial last tile column it gets wrong. */
+        {"rgba_tiledgrey16_strips.tif", 300, 150, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 7},
+        {"rgba_tiledgrey8_extra_strips.tif", 150, 70, 8, 2, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 7},
+        {"rgba_tiledpalette8_extra_strips.tif", 150, 70, 8, 2, PHOTOMETRIC_PALETTE, COMPRESSION_NONE, 0, 0, 0, 7},
         {"rgba_grey8_extra.tif", 23, 9, 8, 2, PHOTOMETRIC_MINISBLACK, COMPRESSION_LZW, 0, 0, 0, 4},
         {"rgba_palette8_extra.tif", 23, 9, 8, 2, PHOTOMETRIC_PALETTE, COMPRESSION_NONE, 0, 0, 0, 4},
         {"rgba_grey16.tif", 50, 20, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 3},
