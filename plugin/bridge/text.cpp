@@ -44,11 +44,15 @@ rbData::~rbData() {
 rbText::rbText(REALstring s) {
     if (s == nullptr) return;
     if (REALGetStringEncoding(s) != kREALTextEncodingUnknown) {
+        // The lock is taken where the host has the service; the text is read either way, since
+        // the argument lives for the whole call that made this helper.
         source_ = StringRef::Borrow(s);
+        view_ = s;
         return;
     }
     const rbData raw(s);
     source_ = StringRef::Steal(REALBuildUnicodeString(raw.Bytes(), raw.Length(), kREALTextEncodingMacRoman));
+    view_ = source_.get();
 }
 
 rbText::~rbText() {
@@ -63,7 +67,7 @@ void rbText::Release(Text& text) {
 rbText::Text& rbText::Make(Text& text, uint32_t encoding) {
     if (text.length >= 0) return text;
     text.length = 0;
-    if (source_) Convert(text, encoding);
+    if (view_ != nullptr) Convert(text, encoding);
     if (text.length > 0 && text.bytes[text.length] != '\0') {
         // A host buffer without a terminator: copy it, zero-filled, with room to spare.
         text.terminated.reset(static_cast<char*>(AllocateClearMemory(int64_t{text.length} + 4)));
@@ -76,14 +80,14 @@ rbText::Text& rbText::Make(Text& text, uint32_t encoding) {
 
 void rbText::Convert(Text& text, uint32_t encoding) {
     if (rbversion_rbversion >= kStringDataForText) {
-        if (REALGetStringData(source_.get(), encoding, &text.copy) && text.copy.data != nullptr &&
+        if (REALGetStringData(view_, encoding, &text.copy) && text.copy.data != nullptr &&
             text.copy.length > 0) {
             text.bytes = static_cast<const char*>(text.copy.data);
             text.length = text.copy.length;
         }
         return;
     }
-    text.converted = StringRef::Steal(REALConvertString(source_.get(), encoding));
+    text.converted = StringRef::Steal(REALConvertString(view_, encoding));
     const uint8_t* bytes = nullptr;
     int32_t length = 0;
     if (StringBuffer(text.converted.get(), &bytes, &length) && length > 0) {

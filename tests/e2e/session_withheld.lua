@@ -1,5 +1,5 @@
 -- A host that lacks a service: the plugin answers failure values and never crashes.
--- arg[1] names what the host withholds: events, paths, exceptions or locks.
+-- arg[1] names what the host withholds: events, paths, exceptions, locks or string_locks.
 local T = require("testlib")
 -- The helper sits next to this script (ctest's LUA_PATH keeps only the test library's folder).
 package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. package.path
@@ -47,6 +47,21 @@ elseif mode == "locks" then
     collectgarbage(); collectgarbage()
     T.eq(t.Pict, nil, "nor assigned")
     T.eq(t.InputBuffer, nil)
+    t:Close()
+  end)
+elseif mode == "string_locks" then
+  -- String arguments live for the call that reads them: their text arrives without a lock.
+  T.test("without string locks string arguments still arrive", function()
+    local t = TiffPictureTQV()
+    T.eq(t:Create(FolderItem(F.tmp(T, "withheld_string_locks.tif")), 2), true)
+    t.Software = "abc"
+    T.eq(tostring(t.Software), "abc", "a string property")
+    T.eq(t:SetFieldString(315, "xyz"), true)
+    local value = Ref(nil)
+    T.eq(t:GetFieldString(315, value), true)
+    T.eq(tostring(value.value), "xyz", "a generic string field")
+    t:Close()
+    T.eq(t:CreateString(100, "w"), true, "a mode")
     t:Close()
   end)
 else
