@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <atomic>
 #include <utility>
 
 #include "bridge/entry_guard.h"
@@ -63,7 +64,7 @@ void YieldToHost(REALobject self, TiffData* record) {
 
 namespace {
 
-// The change count and the writing mark live with the handle, in libtiff's own list of client
+// The last change's number and the writing mark live with the handle, in libtiff's own list of client
 // data, and go with it.
 constexpr char kChangesName[] = "tqv.changes";
 constexpr char kWritingName[] = "tqv.writing";
@@ -86,7 +87,11 @@ HandleMark MarkOf(TIFF* tiff) {
 }  // namespace
 
 void NoteHandleChange(TIFF* tiff) {
-    if (tiff != nullptr) TIFFSetClientInfo(tiff, reinterpret_cast<void*>(ChangesOf(tiff) + 1), kChangesName);
+    // One count for every handle of the process, not one a handle: a file closed and another
+    // opened in its place by host code run in a yield may get the same address and the same
+    // number of changes, never the same mark.
+    static std::atomic<uintptr_t> changes{0};
+    if (tiff != nullptr) TIFFSetClientInfo(tiff, reinterpret_cast<void*>(++changes), kChangesName);
 }
 
 void NoteRowsWritten(TIFF* tiff) {

@@ -62,6 +62,11 @@ T.group("reads", function()
         local t = opened(r[2])
         T.eq(during_yield(t, function(s) s.Compression = 5 end, r[3]), false)
       end)
+      -- The new handle may take the old one's address and has made the same changes so far.
+      T.test(r[1] .. " stops with false when the handler opens the same file again", function()
+        local t = opened(r[2])
+        T.eq(during_yield(t, function(s) s:Close(); T.truthy(s:Open(FolderItem(r[2]))) end, r[3]), false)
+      end)
     end
   end
   for _, r in ipairs(reads) do
