@@ -1,5 +1,7 @@
 #include "export/export_common.h"
 
+#include <fcntl.h>
+
 #include <cstring>
 
 #include "bridge/memory.h"
@@ -77,7 +79,14 @@ TIFF* BeginExport(REALobject object, PictureReader& reader) {
     if (!reader.GetPictureReader(record->Pict)) return nullptr;
     YieldToHost(object, record);
     current = object;
-    return record->tiff;
+    TIFF* tiff = record->tiff;
+    return tiff != nullptr && WritableFile(tiff) ? tiff : nullptr;
+}
+
+bool WritableFile(TIFF* tiff) {
+    if (TIFFGetMode(tiff) != O_RDONLY) return true;
+    TIFFErrorExtR(tiff, "TIFFWriteScanline", "File not open for writing");
+    return false;
 }
 
 bool WriteRows(const ExportPass& pass, PictureReader& reader) {

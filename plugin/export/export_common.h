@@ -53,8 +53,13 @@ int64_t ScanlineBytes64(TIFF* tiff);
 
 // The start every export shares: `object` becomes the message target; its Pict is locked in
 // `reader`, then the host may run (a yield). The session's TIFF after that, or nil when nothing
-// is open, Pict is nil or cannot be locked, or host code closed the file meanwhile.
+// is open, Pict is nil or cannot be locked, host code closed the file meanwhile, or the file
+// is open for reading only (an Error event, before any tag is set).
 TIFF* BeginExport(REALobject object, PictureReader& reader);
+// False, with libtiff's own Error event, for a file opened for reading. libtiff would refuse its
+// first row only after the export had set its tags; refused first, the directory stays as it was
+// read.
+bool WritableFile(TIFF* tiff);
 
 // ---- Rows -----------------------------------------------------------------------------------
 

@@ -261,7 +261,7 @@ bool WriteOpaque(const Session& s) {
     current = s.self;
     // The yield may have run host code that closed the file.
     TIFF* tiff = s.record->tiff;
-    if (tiff == nullptr) return false;
+    if (tiff == nullptr || !WritableFile(tiff)) return false;
     const RowBuffer row(reader.width);
     const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
     const bool tagged = ApplyTags(tiff, kOpaqueTags, shape);
@@ -283,6 +283,7 @@ bool WriteMasked(const Session& s) {
     if (!mask.GetPictureReader(s.record->Mask)) return false;
     if (picture.width != mask.width || picture.height != mask.height) return false;
     TIFF* tiff = s.record->tiff;
+    if (!WritableFile(tiff)) return false;
     const RowBuffer row(picture.width);
     const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
     const bool tagged = ApplyTags(tiff, kMaskedTags, shape);

@@ -17,6 +17,7 @@
 
 #include "bridge/handles.h"
 #include "bridge/services.h"
+#include "import/rgba_begin.h"
 #include "import/rgba_layouts.h"
 #include "picture/picture_editor.h"
 #include "platform/vector_paths.h"
@@ -348,7 +349,7 @@ bool ReadLayout(TIFF* tiff, Layout& layout) {
     if (!TagsFit(tiff)) return false;
     TIFFRGBAImage image{};
     char message[1024] = {};
-    if (!TIFFRGBAImageBegin(&image, tiff, 0, message)) return false;
+    if (!BeginRgbaImage(&image, tiff, message)) return false;
     const bool taken = TakeSetup(image, layout);
     TIFFRGBAImageEnd(&image);
     if (!taken || layout.width < 1 || layout.height < 1) return false;

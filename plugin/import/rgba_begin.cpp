@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "session/tiff_data.h"
+
 namespace tqv {
 namespace {
 
@@ -73,6 +75,9 @@ tileContigRoutine CorrectedPacker(const TIFFRGBAImage& image) {
 
 bool BeginRgbaImage(TIFFRGBAImage* image, TIFF* tiff, char message[1024]) {
     if (TIFFRGBAImageBegin(image, tiff, 0, message) == 0) return false;
+    // Begin sets the codec's data format (8-bit LogLuv or PixarLog, RGB from JPEG's YCbCr), with
+    // which libtiff sizes rows anew.
+    NoteLayoutSetUp(tiff);
     if (const tileContigRoutine packer = CorrectedPacker(*image)) image->put.contig = packer;
     return true;
 }

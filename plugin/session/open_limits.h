@@ -1,12 +1,15 @@
 // Every libtiff handle the plugin opens goes through these, so that one hostile file cannot make
 // libtiff ask for more memory in one block than a real image of the sizes the host can take
-// needs: a few bytes may claim strips that decode to gigabytes.
+// needs: a few bytes may claim strips that decode to gigabytes. They also record the layout of
+// the directory libtiff read (see RowsReadable).
 #ifndef TQV_SESSION_OPEN_LIMITS_H
 #define TQV_SESSION_OPEN_LIMITS_H
 
 #include <tiffio.h>
 
 #include <memory>
+
+#include "session/tiff_data.h"
 
 namespace tqv {
 
@@ -30,7 +33,10 @@ inline Options Bounded() {
 // TIFFOpen with the allocation bound; nil when the options cannot be made either.
 inline TIFF* OpenBoundedFile(const char* path, const char* mode) {
     const auto options = open_limits_detail::Bounded();
-    return options ? TIFFOpenExt(path, mode, options.get()) : nullptr;
+    if (!options) return nullptr;
+    TIFF* tiff = TIFFOpenExt(path, mode, options.get());
+    NoteDirectoryChanged(tiff);
+    return tiff;
 }
 
 // TIFFClientOpen with the allocation bound.
@@ -39,7 +45,9 @@ inline TIFF* OpenBoundedClient(const char* name, const char* mode, thandle_t cli
                                TIFFSizeProc size, TIFFMapFileProc map, TIFFUnmapFileProc unmap) {
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
-    return TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get());
+    TIFF* tiff = TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get());
+    NoteDirectoryChanged(tiff);
+    return tiff;
 }
 
 }  // namespace tqv

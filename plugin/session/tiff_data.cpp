@@ -68,9 +68,19 @@ namespace {
 // data, and go with it.
 constexpr char kChangesName[] = "tqv.changes";
 constexpr char kWritingName[] = "tqv.writing";
+constexpr char kLayoutName[] = "tqv.layout";
+constexpr char kLayoutSeenName[] = "tqv.layout.seen";
+
+uintptr_t ClientValue(TIFF* tiff, const char* name) {
+    return reinterpret_cast<uintptr_t>(TIFFGetClientInfo(tiff, name));
+}
+
+void SetClientValue(TIFF* tiff, const char* name, uintptr_t value) {
+    TIFFSetClientInfo(tiff, reinterpret_cast<void*>(value), name);
+}
 
 uintptr_t ChangesOf(TIFF* tiff) {
-    return reinterpret_cast<uintptr_t>(TIFFGetClientInfo(tiff, kChangesName));
+    return ClientValue(tiff, kChangesName);
 }
 
 struct HandleMark {
@@ -82,6 +92,55 @@ struct HandleMark {
 
 HandleMark MarkOf(TIFF* tiff) {
     return {ChangesOf(tiff), TIFFCurrentRow(tiff), TIFFCurrentStrip(tiff)};
+}
+
+// The fields that libtiff sizes, decodes and unpacks rows by, folded into one non-zero word.
+// libtiff keeps the row size and the codec set up when it read a directory, whatever is set
+// since: rows of another width, depth or compression read on into buffers sized by the new
+// values. The subsampling counts only where it sizes rows (YCbCr) and is a plain field (old-style
+// JPEG reads it from the data).
+uintptr_t LayoutOf(TIFF* tiff) {
+    uint32_t words[12] = {};
+    uint16_t bits = 1, samples = 1, planar = PLANARCONFIG_CONTIG, compression = COMPRESSION_NONE, photometric = 0;
+    TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &words[0]);
+    TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &words[1]);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &words[2]);
+    TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &words[3]);
+    TIFFGetField(tiff, TIFFTAG_TILELENGTH, &words[4]);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &samples);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+    TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &photometric);
+    words[5] = bits, words[6] = samples, words[7] = planar, words[8] = compression;
+    words[9] = TIFFIsTiled(tiff) ? 1 : 0;
+    if (photometric == PHOTOMETRIC_YCBCR && compression != COMPRESSION_OJPEG) {
+        uint16_t horizontal = 0, vertical = 0;
+        TIFFGetFieldDefaulted(tiff, TIFFTAG_YCBCRSUBSAMPLING, &horizontal, &vertical);
+        words[10] = 1u | uint32_t{horizontal} << 8 | uint32_t{vertical} << 16;
+    }
+    uint64_t hash = 14695981039346656037ull;  // FNV-1a
+    for (uint32_t word : words) {
+        for (int shift = 0; shift < 32; shift += 8) hash = (hash ^ ((word >> shift) & 0xFFu)) * 1099511628211ull;
+    }
+    return static_cast<uintptr_t>(hash) | 1u;
+}
+
+// Whether the layout is still the one libtiff set the directory up with. It is looked at again
+// only after something was set on the handle, so a row loop pays a lookup a row.
+bool LayoutKept(TIFF* tiff, const char* module) {
+    if (tiff == nullptr) return true;
+    const uintptr_t expected = ClientValue(tiff, kLayoutName);
+    const uintptr_t changes = ChangesOf(tiff);
+    if (expected == 0 || ClientValue(tiff, kLayoutSeenName) == changes) return true;
+    if (LayoutOf(tiff) != expected) {
+        TIFFErrorExtR(tiff, module,
+                      "Cannot read rows of an image whose size, samples, compression or strips were changed "
+                      "after its directory was read");
+        return false;
+    }
+    SetClientValue(tiff, kLayoutSeenName, changes);
+    return true;
 }
 
 }  // namespace
@@ -101,8 +160,15 @@ void NoteRowsWritten(TIFF* tiff) {
 }
 
 void NoteDirectoryChanged(TIFF* tiff) {
-    if (tiff != nullptr && TIFFGetClientInfo(tiff, kWritingName) != nullptr)
-        TIFFSetClientInfo(tiff, nullptr, kWritingName);
+    if (tiff == nullptr) return;
+    if (TIFFGetClientInfo(tiff, kWritingName) != nullptr) TIFFSetClientInfo(tiff, nullptr, kWritingName);
+    NoteLayoutSetUp(tiff);
+}
+
+void NoteLayoutSetUp(TIFF* tiff) {
+    if (tiff == nullptr) return;
+    SetClientValue(tiff, kLayoutName, LayoutOf(tiff));
+    SetClientValue(tiff, kLayoutSeenName, ChangesOf(tiff));
 }
 
 bool RowsBeingWritten(TIFF* tiff) {
@@ -110,7 +176,7 @@ bool RowsBeingWritten(TIFF* tiff) {
 }
 
 bool RowsReadable(TIFF* tiff, const char* module) {
-    if (!RowsBeingWritten(tiff)) return true;
+    if (!RowsBeingWritten(tiff)) return LayoutKept(tiff, module);
     TIFFErrorExtR(tiff, module, "Cannot read rows of an image while its rows are being written");
     return false;
 }

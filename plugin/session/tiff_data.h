@@ -65,9 +65,16 @@ void NoteHandleChange(TIFF* tiff);
 // state until the strip is full, which reading any row of the same directory takes over: the
 // pending rows are lost and a compressing codec can be left in a state that stops the process
 // when the file is closed. Scanline writes note themselves; a directory written or another one
-// selected ends it. RowsReadable is false then, after an Error event naming `module`.
+// selected ends it. RowsReadable is false then, after an Error event naming `module`; so it is
+// when the image's size, samples, compression or strips were set to other values since libtiff
+// read the directory (it would decode rows as it set them up, into buffers sized by the new
+// values). NoteDirectoryChanged records the layout of a directory just opened, read or begun.
 void NoteRowsWritten(TIFF* tiff);
 void NoteDirectoryChanged(TIFF* tiff);
+// libtiff sized the rows of the current directory anew: a codec's data format (JPEGColorMode,
+// SGILogDataFmt, PixarLogDataFmt, a JPEG image's Photometric) sets the depth or the upsampling
+// and recomputes the row size with it.
+void NoteLayoutSetUp(TIFF* tiff);
 bool RowsBeingWritten(TIFF* tiff);
 bool RowsReadable(TIFF* tiff, const char* module);
 

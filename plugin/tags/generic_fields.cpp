@@ -6,6 +6,7 @@
 #include "bridge/services.h"
 #include "bridge/text.h"
 #include "bridge/values.h"
+#include "session/tiff_data.h"
 #include "tags/field_text.h"
 #include "tags/tag_access.h"
 
@@ -47,21 +48,33 @@ bool StringGetter(REALobject self, int32_t tag, REALstring* value, Read read) {
     return true;
 }
 
+// The codecs' data formats: libtiff sets the depth (and for JPEG the upsampling) to match and
+// sizes rows anew itself.
+bool SetsCodecFormat(uint32_t tag) {
+    return tag == TIFFTAG_SGILOGDATAFMT || tag == TIFFTAG_PIXARLOGDATAFMT || tag == TIFFTAG_JPEGCOLORMODE;
+}
+
 // The integer families: one int, or a pair with a zero second half; a tag libtiff does not know
 // is refused by libtiff before it reads any argument.
+bool SetInt(TIFF* tiff, uint32_t tag, int value) {
+    switch (ShapeOf(tiff, tag).SetArgumentKind()) {
+        case SetArgument::Unknown:
+        case SetArgument::Int:
+            return TIFFSetField(tiff, tag, value) == 1;
+        case SetArgument::IntPair:
+            return TIFFSetField(tiff, tag, value, 0) == 1;
+        default:
+            return false;
+    }
+}
+
 bool IntSetter(REALobject self, int32_t tag, int value) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     const auto utag = static_cast<uint32_t>(tag);
-    switch (ShapeOf(tiff, utag).SetArgumentKind()) {
-        case SetArgument::Unknown:
-        case SetArgument::Int:
-            return TIFFSetField(tiff, utag, value) == 1;
-        case SetArgument::IntPair:
-            return TIFFSetField(tiff, utag, value, 0) == 1;
-        default:
-            return false;
-    }
+    const bool set = SetInt(tiff, utag, value);
+    if (set && SetsCodecFormat(utag)) NoteLayoutSetUp(tiff);
+    return set;
 }
 
 bool DoubleSetter(REALobject self, int32_t tag, double value) {

@@ -221,4 +221,69 @@ T.group("Writing", function()
   end)
 end)
 
+-- libtiff decodes rows with the layout it read the directory with, whatever is set afterwards;
+-- rows of another size would go into buffers sized by the new values.
+T.group("A layout changed after the directory was read", function()
+  local GREY = T.testdata("libtiff/images/minisblack-1c-8b.tiff")
+  local LZW = T.testdata("libtiff/images/quad-lzw-compat.tiff")
+  local LUT = {}
+  for i = 0, 255 do LUT[#LUT + 1] = i * 0x010101 end
+  local function watched(file)
+    local t = TiffPictureTQV()
+    local errors = {}
+    t.Error = function(_, _, message) errors[#errors + 1] = tostring(message) end
+    T.eq(t:Open(FolderItem(file)), true)
+    return t, errors
+  end
+  T.test("rows are refused with an Error event, and read again once the layout is back", function()
+    local t, errors = watched(GREY)
+    t.BitsPerSample = 16
+    T.eq(t:ReadWithLUT(LUT), false, "ReadWithLUT")
+    T.eq(t:Scanline(0), nil, "Scanline")
+    T.eq(t:ReadRGB(), false, "ReadRGB")
+    T.eq(#errors, 3, "one Error each")
+    T.truthy(errors[1]:find("changed after its directory was read", 1, true), errors[1])
+    t.BitsPerSample = 8
+    T.eq(t:ReadWithLUT(LUT), true, "the same layout again")
+  end)
+  T.test("a new width on a compressed image; selecting the directory again reads it anew", function()
+    local t, errors = watched(LZW)
+    local width = t.Width
+    t.Width = 301
+    T.eq(t:Scanlines(0, 2), nil)
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), false)
+    T.eq(t:SetImageIndex(0), true)
+    T.eq(t.Width, width)
+    T.eq(t:ReadRGB(), true)
+    T.eq(#errors, 2)
+  end)
+  T.test("an export into a file opened for reading sets nothing: the rows read on", function()
+    local t, errors = watched(GREY)
+    local width, samples = t.Width, t.SamplesPerPixel
+    t.Pict = NewPicture(301, 7)
+    T.eq(t:WriteGray(), false, "WriteGray")
+    T.eq(t:WriteRGB(), false, "WriteRGB")
+    T.eq(t:WriteBW(), false, "WriteBW")
+    T.eq(#errors, 3)
+    T.eq(errors[1], "File not open for writing")
+    T.eq(t.Width, width)
+    T.eq(t.SamplesPerPixel, samples)
+    T.eq(t:ReadWithLUT(LUT), true)
+  end)
+  T.test("the codec's own data format: LogLuv read as 8 bits, or as floats", function()
+    local file = T.testdata("libtiff/images/logluv-3c-16b.tiff")
+    local t, errors = watched(file)
+    T.eq(t:ReadRGB(), true, "ReadRGB sets 8-bit data")
+    T.eq(t.BitsPerSample, 8)
+    T.eq(t:ReadRGB(), true, "and reads again")
+    T.eq(t:ReadRGBMemoryBegin(Ref(nil)), true)
+    t:ReadRGBMemoryEnd()
+    local u, more = watched(file)
+    T.eq(u:SetFieldInteger(65560, 0), true, "SGILogDataFmt float")
+    T.eq(u.BitsPerSample, 32)
+    T.eq(u:Scanline(0).Size, 12)
+    T.eq(#errors + #more, 0)
+  end)
+end)
+
 T.finish()
