@@ -141,9 +141,10 @@ bool Inside(const TIFFRGBAImage& image, int32_t x, int32_t y, int32_t width, int
 // tile boundary. (The columns a row leaves out on its right are skipped right for every layout
 // once BeginRgbaImage has replaced libtiff's skewed grey and palette packers.)
 bool LibtiffPlacesColumns(const TIFFRGBAImage& image, const Rect& r) {
+    // Subsampled data is placed by rows too: see BandAlignment.
+    if (image.photometric == PHOTOMETRIC_YCBCR) return false;
     if (r.x == 0 && r.width == image.width) return true;
-    const bool blockPacked = image.photometric == PHOTOMETRIC_YCBCR ||
-                             image.photometric == PHOTOMETRIC_LOGL || image.photometric == PHOTOMETRIC_LOGLUV;
+    const bool blockPacked = image.photometric == PHOTOMETRIC_LOGL || image.photometric == PHOTOMETRIC_LOGLUV;
     if (image.isContig && image.bitspersample == 8 && !blockPacked) return true;
     uint32_t tileWidth = 0;
     return TIFFIsTiled(image.tif) && TIFFGetField(image.tif, TIFFTAG_TILEWIDTH, &tileWidth) == 1 &&
@@ -364,25 +365,48 @@ bool FlipsColumns(uint16_t orientation) {
            orientation == ORIENTATION_BOTRIGHT || orientation == ORIENTATION_RIGHTBOT;
 }
 
+// The rows a band must start on. libtiff finds the first row of a band inside its strip or tile
+// by whole scanlines, which YCbCr data packed in subsampling blocks does not have: a band that
+// starts inside a strip or tile of such data reads from the wrong place, and past the strip or
+// tile buffer. Bands of it start where a strip or a row of tiles starts, as whole images do.
+uint32_t BandAlignment(const TIFFRGBAImage& image) {
+    if (image.photometric != PHOTOMETRIC_YCBCR) return 1;
+    uint32_t rows = 0;
+    if (TIFFIsTiled(image.tif))
+        TIFFGetField(image.tif, TIFFTAG_TILELENGTH, &rows);
+    else
+        TIFFGetFieldDefaulted(image.tif, TIFFTAG_ROWSPERSTRIP, &rows);
+    return std::clamp<uint32_t>(rows, 1, image.height);
+}
+
 // Renders full-width bands of the rectangle's rows and copies its columns out, placing rows and
 // columns exactly where a correct col_offset would have put them.
 bool GetBanded(TIFFRGBAImage& image, uint32_t* pixels, const Rect& r) {
     const int64_t rowBytes = int64_t{image.width} * 4;
-    const uint32_t bandRows = static_cast<uint32_t>(std::clamp<int64_t>(kBandBytes / rowBytes, 1, r.height));
+    const uint32_t align = BandAlignment(image);
+    const int64_t fitting = std::max<int64_t>(kBandBytes / rowBytes / align, 1) * align;
+    const auto bandRows = static_cast<uint32_t>(std::min<int64_t>(fitting, int64_t{r.height} + align - 1));
     const ClearMemoryPtr<uint32_t> band(static_cast<uint32_t*>(AllocateClearMemory(rowBytes * bandRows)));
     if (band == nullptr) return false;
     const uint32_t column = FlipsColumns(image.orientation) ? image.width - r.x - r.width : r.x;
+    const bool flipped = FlipsRows(image.orientation);
+    const uint32_t end = r.y + r.height;
     image.col_offset = 0;
-    for (uint32_t first = r.y; first < r.y + r.height; first += bandRows) {
-        const uint32_t rows = std::min(bandRows, r.y + r.height - first);
-        image.row_offset = static_cast<int>(first);
+    for (uint32_t first = r.y; first < end;) {
+        const uint32_t start = first - first % align;
+        const uint32_t rows = std::min(bandRows, image.height - start);
+        image.row_offset = static_cast<int>(start);
         if (TIFFRGBAImageGet(&image, band.get(), image.width, rows) == 0) return false;
-        // Band row 0 is the band's last file row when rows are flipped, else its first.
-        const uint32_t target = FlipsRows(image.orientation) ? r.y + r.height - first - rows : first - r.y;
-        for (uint32_t j = 0; j < rows; ++j) {
-            std::memcpy(pixels + size_t{target + j} * r.width, band.get() + size_t{j} * image.width + column,
+        const uint32_t last = std::min(start + rows, end);
+        // Band row 0 is the band's last file row when rows are flipped, else its first; so is
+        // block row 0 of the rectangle's.
+        for (uint32_t f = first; f < last; ++f) {
+            const uint32_t from = flipped ? start + rows - 1 - f : f - start;
+            const uint32_t to = flipped ? end - 1 - f : f - r.y;
+            std::memcpy(pixels + size_t{to} * r.width, band.get() + size_t{from} * image.width + column,
                         size_t{r.width} * 4);
         }
+        first = last;
     }
     return true;
 }

@@ -33,6 +33,9 @@ local FILES = {
   { "rgba_tiledgrey8_extra.tif", 1, { { 64, 0, 50, 70 }, { 0, 10, 100, 20 }, { 130, 0, 20, 70 } },
     "rgba_tiledgrey8_extra_strips.tif" },
   { "rgba_tiledpalette8_extra.tif", 1, { { 64, 0, 50, 70 }, { 120, 5, 30, 60 } }, "rgba_tiledpalette8_extra_strips.tif" },
+  -- Subsampled YCbCr has no whole scanlines inside a strip or tile: steps that start inside one.
+  { "rgba_ycbcr_tiled.tif", 1, { { 0, 3, 16, 13 }, { 5, 17, 30, 20 }, { 16, 16, 16, 16 }, { 1, 40, 49, 1 } } },
+  { "rgba_ycbcr_strips.tif", 1, { { 0, 3, 16, 13 }, { 5, 17, 30, 20 }, { 0, 5, 50, 5 }, { 3, 1, 7, 39 } } },
   { "rgba_separate8.tif", 1, { { 3, 2, 17, 11 }, { 49, 19, 1, 1 } } },
   { "rgba_botright8.tif", 3, { { 3, 2, 17, 11 }, { 0, 0, 50, 20 } } },
   { "rgba_botright16.tif", 3, { { 3, 2, 17, 11 }, { 0, 0, 50, 20 } } },

@@ -280,6 +280,8 @@ static void make_lookup(const char* dir) {
     write_image(dir, &separate);
 }
 
+static void write_ycbcr(const char* dir, const char* name, int tiled);
+
 static void make_rgba(const char* dir) {
     const struct image images[] = {
         {"rgba_wide8.tif", 40000, 3, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_LZW, 0, 0, 0, 2},
@@ -309,6 +311,8 @@ static void make_rgba(const char* dir) {
         {"rgba_grey64float.tif", 4, 4, 64, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 4},
     };
     for (size_t i = 0; i < sizeof images / sizeof images[0]; ++i) write_image(dir, &images[i]);
+    write_ycbcr(dir, "rgba_ycbcr_tiled.tif", 1);
+    write_ycbcr(dir, "rgba_ycbcr_strips.tif", 0);
 
     /* 2 × 2, top-left red, the others green, blue and white. */
     static const uint8_t pixels[2][6] = {{255, 0, 0, 0, 255, 0}, {0, 0, 255, 255, 255, 255}};
@@ -318,6 +322,40 @@ static void make_rgba(const char* dir) {
     const struct image im = {"rgba_2x2.tif", 2, 2, 8, 3, PHOTOMETRIC_RGB, COMPRESSION_NONE, 0, 0, 0, 1};
     set_common(t, &im);
     for (uint32_t y = 0; y < 2; ++y) TIFFWriteScanline(t, (void*)pixels[y], y, 0);
+    TIFFClose(t);
+}
+
+/* YCbCr packed in 2 × 2 subsampling blocks (LZW), 50 × 41, in 16 × 16 tiles or strips of 5 rows:
+ * blocks that neither tiles nor strips of an odd height divide evenly. Any bytes are valid
+ * samples, so every strip or tile holds a byte pattern of its own. */
+static void write_ycbcr(const char* dir, const char* name, int tiled) {
+    char path[4096];
+    snprintf(path, sizeof path, "%s/%s", dir, name);
+    TIFF* t = TIFFOpen(path, "w");
+    if (!t) die("%s: cannot create", path);
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, 50);
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, 41);
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_YCBCR);
+    TIFFSetField(t, TIFFTAG_YCBCRSUBSAMPLING, 2, 2);
+    TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
+    if (tiled) {
+        TIFFSetField(t, TIFFTAG_TILEWIDTH, 16);
+        TIFFSetField(t, TIFFTAG_TILELENGTH, 16);
+    } else {
+        TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 5);
+    }
+    const uint32_t chunks = tiled ? TIFFNumberOfTiles(t) : TIFFNumberOfStrips(t);
+    const tmsize_t size = tiled ? TIFFTileSize(t) : TIFFStripSize(t);
+    uint8_t* data = malloc((size_t)size);
+    for (uint32_t c = 0; c < chunks; ++c) {
+        for (tmsize_t i = 0; i < size; ++i) data[i] = (uint8_t)(i * 7 + c * 31 + (i / 6) % 5 * 40);
+        const tmsize_t written = tiled ? TIFFWriteEncodedTile(t, c, data, size) : TIFFWriteEncodedStrip(t, c, data, size);
+        if (written < 0) die("%s: chunk %u not written", name, c);
+    }
+    free(data);
     TIFFClose(t);
 }
 
