@@ -28,6 +28,9 @@ enum class Rule {
     Always,      // set whatever the image holds
     IfUnset,     // keep what the caller set
     AtLeastOne,  // resolution: set when unset, and replace anything below 1 dpi
+    // resolution: set when unset, and replace 0 (libtiff marks both resolutions set when one is,
+    // and the other reads 0)
+    IfUnsetOrZero,
 };
 
 enum class Value { Height, Width, One, Two, Eight, Samples, UnassociatedAlpha, Dpi };
@@ -55,7 +58,7 @@ constexpr TagRow kOpaqueTags[] = {
     {TIFFTAG_COMPRESSION, Rule::IfUnset, Value::One},
 };
 
-// With a mask a resolution below 1 dpi is kept.
+// With a mask a resolution below 1 dpi is kept, but not 0.
 constexpr TagRow kMaskedTags[] = {
     {TIFFTAG_ROWSPERSTRIP, Rule::IfUnset, Value::One},
     {TIFFTAG_IMAGELENGTH, Rule::Always, Value::Height},
@@ -66,8 +69,8 @@ constexpr TagRow kMaskedTags[] = {
     {TIFFTAG_SAMPLESPERPIXEL, Rule::Always, Value::Samples},
     {TIFFTAG_EXTRASAMPLES, Rule::Always, Value::UnassociatedAlpha},
     {TIFFTAG_FILLORDER, Rule::IfUnset, Value::One},
-    {TIFFTAG_XRESOLUTION, Rule::IfUnset, Value::Dpi},
-    {TIFFTAG_YRESOLUTION, Rule::IfUnset, Value::Dpi},
+    {TIFFTAG_XRESOLUTION, Rule::IfUnsetOrZero, Value::Dpi},
+    {TIFFTAG_YRESOLUTION, Rule::IfUnsetOrZero, Value::Dpi},
     {TIFFTAG_ORIENTATION, Rule::IfUnset, Value::One},
     {TIFFTAG_RESOLUTIONUNIT, Rule::IfUnset, Value::Two},
     {TIFFTAG_COMPRESSION, Rule::IfUnset, Value::One},
@@ -115,8 +118,11 @@ bool ApplyRow(TIFF* tiff, const TagRow& row, const ImageShape& shape) {
     if (row.rule == Rule::Always) return SetValue(tiff, row.tag, row.value, shape);
     float resolution = 0.0f;
     bool ok = true;
-    if (!IsSet(tiff, row.tag, &resolution)) ok = SetValue(tiff, row.tag, row.value, shape);
+    const bool set = IsSet(tiff, row.tag, &resolution);
+    if (!set) ok = SetValue(tiff, row.tag, row.value, shape);
     if (row.rule == Rule::AtLeastOne && resolution < 1.0f)
+        ok = SetValue(tiff, row.tag, row.value, shape) && ok;
+    if (set && row.rule == Rule::IfUnsetOrZero && resolution == 0.0f)
         ok = SetValue(tiff, row.tag, row.value, shape) && ok;
     return ok;
 }

@@ -132,6 +132,14 @@ T.group("WriteRGB tags", function()
     local masked = H.tags(write_file("half_masked", T.picture(3, 3, colour), H.grey(3, 3, mask_value), half))
     T.eq(masked.xresolution, 0.5); T.eq(masked.yresolution, 0.5)
   end)
+  T.test("one resolution set: the other gets 72 too, with a mask or without", function()
+    for _, mask in ipairs({ false, true }) do
+      local name = mask and "one_res_masked" or "one_res_opaque"
+      local tags = H.tags(write_file(name, T.picture(3, 3, colour), mask and H.grey(3, 3, mask_value) or nil,
+                                     function(t) t.HorizontalResolution = 300 end))
+      T.eq(tags.xresolution, 300, name); T.eq(tags.yresolution, 72, name)
+    end
+  end)
 end)
 
 T.group("ReadPreviewRGB", function()
