@@ -45,7 +45,7 @@ constexpr uint64_t kMaxStripBytes = uint64_t{256} << 20;
 class StripRows {
   public:
     // The exchange touches rows 0 .. touched - 1. False when the strip buffers cannot be had.
-    bool Init(TIFF* tiff, bool wholeStrips, uint32_t touched) {
+    bool Init(TIFF* tiff, uint32_t touched) {
         tiff_ = tiff;
         touched_ = touched;
         uint32_t rowsPerStrip = 0;
@@ -53,7 +53,7 @@ class StripRows {
         TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &length_);
         rowsPerStrip_ = std::min(rowsPerStrip, length_);
         rowBytes_ = TIFFScanlineSize64(tiff);
-        if (!wholeStrips || TIFFIsTiled(tiff) || rowsPerStrip_ == 0 || rowBytes_ == 0 ||
+        if (TIFFIsTiled(tiff) || rowsPerStrip_ == 0 || rowBytes_ == 0 ||
             TIFFVStripSize64(tiff, rowsPerStrip_) != rowBytes_ * rowsPerStrip_)
             return true;
         const uint64_t bytes = rowBytes_ * rowsPerStrip_;
@@ -70,8 +70,14 @@ class StripRows {
         if (!readValid_ || first != readFirst_) {
             readValid_ = false;
             const auto bytes = static_cast<tmsize_t>(rowBytes_ * RowsFrom(first));
-            if (TIFFReadEncodedStrip(tiff_, TIFFComputeStrip(tiff_, first, 0), read_.get(), bytes) != bytes)
+            const uint32_t strip = TIFFComputeStrip(tiff_, first, 0);
+            // A strip not written yet has no bytes; libtiff would read an uncompressed one from
+            // the start of the file.
+            if (TIFFGetStrileByteCount(tiff_, strip) == 0) {
+                TIFFErrorExtR(tiff_, "TIFFReadEncodedStrip", "%u: Strip not written yet", strip);
                 return -1;
+            }
+            if (TIFFReadEncodedStrip(tiff_, strip, read_.get(), bytes) != bytes) return -1;
             readFirst_ = first, readValid_ = true;
         }
         std::memcpy(row, read_.get() + (index - first) * rowBytes_, rowBytes_);
@@ -128,11 +134,8 @@ class StripRows {
 bool Exchange(const TiffData* record, const TiffData* other, uint32_t length, uint8_t* a, uint8_t* b) {
     TIFF* const self = record->tiff;
     TIFF* const output = other->tiff;
-    // One handle on both sides would hold the same strips twice; its rows go through libtiff's
-    // scanline calls.
     StripRows selfRows, outputRows;
-    if (!selfRows.Init(self, self != output, length) || !outputRows.Init(output, self != output, length))
-        return false;
+    if (!selfRows.Init(self, length) || !outputRows.Init(output, length)) return false;
     uint32_t j = length - 1;
     for (uint32_t i = 0; i < length; ++i, --j) {
         if (selfRows.Read(a, i) == 0) return false;
@@ -164,6 +167,10 @@ bool MirrorVertical(REALobject self, REALobject output) {
     if (bytes < 0 || other->tiff == nullptr || RowBytes(other->tiff) < 0 ||
         RowBytes(other->tiff) > bytes + kSlack)
         return false;
+    // A session exchanged with itself swaps every pair of rows twice, which leaves them as they
+    // are; done row by row on one handle, a read would take over rows still waiting in its strip
+    // buffer.
+    if (record->tiff == other->tiff) return true;
     const ClearMemoryPtr<uint8_t> a(static_cast<uint8_t*>(AllocateClearMemory(bytes + kSlack)));
     const ClearMemoryPtr<uint8_t> b(static_cast<uint8_t*>(AllocateClearMemory(bytes + kSlack)));
     if (a == nullptr || b == nullptr) return false;

@@ -7,6 +7,7 @@
 
 #include <tiffio.h>
 
+#include <cstring>
 #include <memory>
 
 #include "session/tiff_data.h"
@@ -35,7 +36,7 @@ inline TIFF* OpenBoundedFile(const char* path, const char* mode) {
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
     TIFF* tiff = TIFFOpenExt(path, mode, options.get());
-    NoteDirectoryChanged(tiff);
+    NoteDirectoryChanged(tiff, std::strchr(mode, 'w') == nullptr);
     return tiff;
 }
 
@@ -46,7 +47,7 @@ inline TIFF* OpenBoundedClient(const char* name, const char* mode, thandle_t cli
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
     TIFF* tiff = TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get());
-    NoteDirectoryChanged(tiff);
+    NoteDirectoryChanged(tiff, std::strchr(mode, 'w') == nullptr);
     return tiff;
 }
 

@@ -159,14 +159,17 @@ void NoteRowsWritten(TIFF* tiff) {
         TIFFSetClientInfo(tiff, tiff, kWritingName);
 }
 
-void NoteDirectoryChanged(TIFF* tiff) {
+void NoteDirectoryChanged(TIFF* tiff, bool read) {
     if (tiff == nullptr) return;
     if (TIFFGetClientInfo(tiff, kWritingName) != nullptr) TIFFSetClientInfo(tiff, nullptr, kWritingName);
-    NoteLayoutSetUp(tiff);
+    // A directory begun for writing has no rows to read yet, and libtiff sizes them when the
+    // first is written.
+    SetClientValue(tiff, kLayoutName, read ? LayoutOf(tiff) : 0);
+    SetClientValue(tiff, kLayoutSeenName, ChangesOf(tiff));
 }
 
 void NoteLayoutSetUp(TIFF* tiff) {
-    if (tiff == nullptr) return;
+    if (tiff == nullptr || ClientValue(tiff, kLayoutName) == 0) return;
     SetClientValue(tiff, kLayoutName, LayoutOf(tiff));
     SetClientValue(tiff, kLayoutSeenName, ChangesOf(tiff));
 }

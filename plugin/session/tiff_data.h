@@ -68,9 +68,10 @@ void NoteHandleChange(TIFF* tiff);
 // selected ends it. RowsReadable is false then, after an Error event naming `module`; so it is
 // when the image's size, samples, compression or strips were set to other values since libtiff
 // read the directory (it would decode rows as it set them up, into buffers sized by the new
-// values). NoteDirectoryChanged records the layout of a directory just opened, read or begun.
+// values). NoteDirectoryChanged records the layout of a directory just opened or read (`read`),
+// or that the directory now current was begun for writing.
 void NoteRowsWritten(TIFF* tiff);
-void NoteDirectoryChanged(TIFF* tiff);
+void NoteDirectoryChanged(TIFF* tiff, bool read);
 // libtiff sized the rows of the current directory anew: a codec's data format (JPEGColorMode,
 // SGILogDataFmt, PixarLogDataFmt, a JPEG image's Photometric) sets the depth or the upsampling
 // and recomputes the row size with it.

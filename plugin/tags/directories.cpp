@@ -14,9 +14,10 @@ namespace tqv {
 namespace {
 
 // A directory written or selected ends the rows being written; a failed call leaves libtiff's
-// directory, and rows still pending in it, as they were.
-bool Noted(TIFF* tiff, bool changed) {
-    if (changed) NoteDirectoryChanged(tiff);
+// directory, and rows still pending in it, as they were. `read`: selected (read from the file),
+// else written (a new one begun).
+bool Noted(TIFF* tiff, bool changed, bool read) {
+    if (changed) NoteDirectoryChanged(tiff, read);
     return changed;
 }
 
@@ -30,7 +31,7 @@ bool AfterDirectoryChange(REALobject self, bool changed, bool headerOnly) {
 bool ReadDirectory(REALobject self, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
-    return AfterDirectoryChange(self, Noted(tiff, TIFFReadDirectory(tiff) != 0), headerOnly);
+    return AfterDirectoryChange(self, Noted(tiff, TIFFReadDirectory(tiff) != 0, true), headerOnly);
 }
 
 // libtiff 4.5 takes 32-bit directory numbers and fails on 65536; the host's index is 16-bit.
@@ -38,7 +39,7 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     const auto directory = static_cast<uint16_t>(index);
-    return AfterDirectoryChange(self, Noted(tiff, TIFFSetDirectory(tiff, directory) != 0), headerOnly);
+    return AfterDirectoryChange(self, Noted(tiff, TIFFSetDirectory(tiff, directory) != 0, true), headerOnly);
 }
 
 template <typename Call>
@@ -63,10 +64,10 @@ bool rbTIFFSetDirectory3(REALobject self, int32_t index, bool headerOnly) {
 }
 
 bool rbTIFFRewriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFRewriteDirectory(tiff) != 0); });
+    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFRewriteDirectory(tiff) != 0, false); });
 }
 bool rbTIFFWriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFWriteDirectory(tiff) != 0); });
+    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFWriteDirectory(tiff) != 0, false); });
 }
 bool rbTIFFLastDirectory(REALobject self) {
     return OnOpenTiff(self, [](TIFF* tiff) { return TIFFLastDirectory(tiff) == 1; });

@@ -134,6 +134,41 @@ T.group("MirrorVertical", function()
     expect_rows(a, want_a, "a holds b's rows 9 to 0")
     expect_rows(b, want_b, "b holds a's rows upside down, then its own row 10")
   end)
+  T.test("a session exchanged with itself: every pair swapped twice, the rows stay", function()
+    for _, case in ipairs({ { 1, "none" }, { 2, "packbits" }, { 3, "lzw" } }) do
+      local what = case[1] .. "-row strips, " .. case[2]
+      local a = striped(1, case[1], case[2], 5)
+      local t = TiffPictureTQV()
+      local errors = 0
+      t.Error = function() errors = errors + 1 end
+      T.eq(t:Open(FolderItem(a), "r+"), true)
+      T.eq(t:MirrorVertical(t), true, what)
+      t:Close()
+      local want = {}
+      for y = 0, 4 do want[y + 1] = striped_row(1, y) end
+      expect_rows(a, want, what)
+      T.eq(errors, 0, what)
+    end
+  end)
+  T.test("a new output: its unwritten rows fail and bring nothing in; it gets the rows upside down", function()
+    local a = striped(1, 2, "none", 5)
+    local ta, out = TiffPictureTQV(), TiffPictureTQV()
+    local errors = 0
+    ta.Error = function() errors = errors + 1 end
+    T.eq(ta:Open(FolderItem(a), "r+"), true)
+    T.eq(out:Create(FolderItem(P.path("unwritten_output.tif"))), true)
+    out.Width, out.Height, out.BitsPerSample, out.Photometric, out.RowsPerStrip = 4, 5, 8, 1, 2
+    ta:MirrorVertical(out)
+    ta:Close(); out:Close()
+    T.truthy(errors > 0, "the unwritten strips were reported")
+    -- Every row read from the output failed, so this image's rows got the zeroed buffer.
+    local zeros = {}
+    for y = 1, 5 do zeros[y] = { 0, 0, 0, 0 } end
+    expect_rows(a, zeros, "no byte of the output file")
+    local flipped = {}
+    for y = 0, 4 do flipped[y + 1] = striped_row(1, 4 - y) end
+    expect_rows(P.path("unwritten_output.tif"), flipped, "the output holds the rows upside down")
+  end)
   T.test("an output with longer rows is refused", function()
     local a = fresh_pair()
     local wide = P.path("wide.tif")
