@@ -57,7 +57,7 @@ class rbText {
     void Convert(Text& text, uint32_t encoding);
     static void Release(Text& text);
 
-    StringRef source_;  // the argument's lock, or the string built from bytes of unknown encoding
+    StringRef source_;           // the argument's lock, or the string built from bytes of unknown encoding
     REALstring view_ = nullptr;  // the string the text is read from
     Text ascii_, utf8_;
 };

@@ -156,7 +156,8 @@ bool MirrorVertical(REALobject self, REALobject output) {
     current = self;
     if (record->tiff == nullptr || other->tiff == nullptr) return false;
     // The strips are read whole, past the reads' own check for rows being written.
-    if (!RowsReadable(record->tiff, "MirrorVertical") || !RowsReadable(other->tiff, "MirrorVertical")) return false;
+    if (!RowsReadable(record->tiff, "MirrorVertical") || !RowsReadable(other->tiff, "MirrorVertical"))
+        return false;
     uint32_t length = 0, width = 0;
     if (TIFFGetField(record->tiff, TIFFTAG_IMAGELENGTH, &length) != 1) return false;
     if (TIFFGetField(record->tiff, TIFFTAG_IMAGEWIDTH, &width) != 1) return false;

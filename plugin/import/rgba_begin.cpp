@@ -22,8 +22,8 @@ void PackRows(TIFFRGBAImage* image, uint32_t* out, uint32_t w, uint32_t h, int32
     }
 }
 
-void PutGrey8(TIFFRGBAImage* image, uint32_t* out, uint32_t, uint32_t, uint32_t w, uint32_t h, int32_t fromSkew,
-              int32_t toSkew, unsigned char* in) {
+void PutGrey8(TIFFRGBAImage* image, uint32_t* out, uint32_t, uint32_t, uint32_t w, uint32_t h,
+              int32_t fromSkew, int32_t toSkew, unsigned char* in) {
     PackRows(image, out, w, h, fromSkew, toSkew, in, image->samplesperpixel,
              [](TIFFRGBAImage* im, const unsigned char* p) { return im->BWmap[*p][0]; });
 }
@@ -38,8 +38,8 @@ void PutGreyAlpha8(TIFFRGBAImage* image, uint32_t* out, uint32_t, uint32_t, uint
 }
 
 // The high byte of each 16-bit sample indexes the map, as in libtiff.
-void PutGrey16(TIFFRGBAImage* image, uint32_t* out, uint32_t, uint32_t, uint32_t w, uint32_t h, int32_t fromSkew,
-               int32_t toSkew, unsigned char* in) {
+void PutGrey16(TIFFRGBAImage* image, uint32_t* out, uint32_t, uint32_t, uint32_t w, uint32_t h,
+               int32_t fromSkew, int32_t toSkew, unsigned char* in) {
     PackRows(image, out, w, h, fromSkew, toSkew, in, ptrdiff_t{2} * image->samplesperpixel,
              [](TIFFRGBAImage* im, const unsigned char* p) {
                  uint16_t sample;

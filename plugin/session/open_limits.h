@@ -46,7 +46,8 @@ inline TIFF* OpenBoundedClient(const char* name, const char* mode, thandle_t cli
                                TIFFSizeProc size, TIFFMapFileProc map, TIFFUnmapFileProc unmap) {
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
-    TIFF* tiff = TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get());
+    TIFF* tiff =
+        TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get());
     NoteDirectoryChanged(tiff, std::strchr(mode, 'w') == nullptr);
     return tiff;
 }

@@ -100,8 +100,9 @@ HandleMark MarkOf(TIFF* tiff) {
 // values. The subsampling counts only where it sizes rows (YCbCr) and is a plain field (old-style
 // JPEG reads it from the data).
 uintptr_t LayoutOf(TIFF* tiff) {
-    uint32_t words[12] = {};
-    uint16_t bits = 1, samples = 1, planar = PLANARCONFIG_CONTIG, compression = COMPRESSION_NONE, photometric = 0;
+    uint32_t words[11] = {};
+    uint16_t bits = 1, samples = 1, planar = PLANARCONFIG_CONTIG, compression = COMPRESSION_NONE,
+             photometric = 0;
     TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &words[0]);
     TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &words[1]);
     TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &words[2]);
@@ -121,7 +122,8 @@ uintptr_t LayoutOf(TIFF* tiff) {
     }
     uint64_t hash = 14695981039346656037ull;  // FNV-1a
     for (uint32_t word : words) {
-        for (int shift = 0; shift < 32; shift += 8) hash = (hash ^ ((word >> shift) & 0xFFu)) * 1099511628211ull;
+        for (int shift = 0; shift < 32; shift += 8)
+            hash = (hash ^ ((word >> shift) & 0xFFu)) * 1099511628211ull;
     }
     return static_cast<uintptr_t>(hash) | 1u;
 }

@@ -73,8 +73,8 @@ void NoteHandleChange(TIFF* tiff);
 void NoteRowsWritten(TIFF* tiff);
 void NoteDirectoryChanged(TIFF* tiff, bool read);
 // libtiff sized the rows of the current directory anew: a codec's data format (JPEGColorMode,
-// SGILogDataFmt, PixarLogDataFmt, a JPEG image's Photometric) sets the depth or the upsampling
-// and recomputes the row size with it.
+// SGILogDataFmt, PixarLogDataFmt) sets the depth or the upsampling and recomputes the row size
+// with it. Nothing to do for a directory begun for writing.
 void NoteLayoutSetUp(TIFF* tiff);
 bool RowsBeingWritten(TIFF* tiff);
 bool RowsReadable(TIFF* tiff, const char* module);

@@ -294,9 +294,12 @@ static void make_rgba(const char* dir) {
         {"rgba_tiledpalette8_extra.tif", 150, 70, 8, 2, PHOTOMETRIC_PALETTE, COMPRESSION_LZW, 0, 0, 0, 0},
         /* The same pixels in strips: libtiff renders whole-width strips right, so these are the
          * references for the tiled images above, whose partial last tile column it gets wrong. */
-        {"rgba_tiledgrey16_strips.tif", 300, 150, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 7},
-        {"rgba_tiledgrey8_extra_strips.tif", 150, 70, 8, 2, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 7},
-        {"rgba_tiledpalette8_extra_strips.tif", 150, 70, 8, 2, PHOTOMETRIC_PALETTE, COMPRESSION_NONE, 0, 0, 0, 7},
+        {"rgba_tiledgrey16_strips.tif", 300, 150, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0,
+         7},
+        {"rgba_tiledgrey8_extra_strips.tif", 150, 70, 8, 2, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0,
+         7},
+        {"rgba_tiledpalette8_extra_strips.tif", 150, 70, 8, 2, PHOTOMETRIC_PALETTE, COMPRESSION_NONE, 0, 0, 0,
+         7},
         {"rgba_grey8_extra.tif", 23, 9, 8, 2, PHOTOMETRIC_MINISBLACK, COMPRESSION_LZW, 0, 0, 0, 4},
         {"rgba_palette8_extra.tif", 23, 9, 8, 2, PHOTOMETRIC_PALETTE, COMPRESSION_NONE, 0, 0, 0, 4},
         {"rgba_grey16.tif", 50, 20, 16, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 3},
@@ -352,7 +355,8 @@ static void write_ycbcr(const char* dir, const char* name, int tiled) {
     uint8_t* data = malloc((size_t)size);
     for (uint32_t c = 0; c < chunks; ++c) {
         for (tmsize_t i = 0; i < size; ++i) data[i] = (uint8_t)(i * 7 + c * 31 + (i / 6) % 5 * 40);
-        const tmsize_t written = tiled ? TIFFWriteEncodedTile(t, c, data, size) : TIFFWriteEncodedStrip(t, c, data, size);
+        const tmsize_t written =
+            tiled ? TIFFWriteEncodedTile(t, c, data, size) : TIFFWriteEncodedStrip(t, c, data, size);
         if (written < 0) die("%s: chunk %u not written", name, c);
     }
     free(data);
@@ -365,7 +369,8 @@ static void write_ycbcr(const char* dir, const char* name, int tiled) {
 static void write_alpha(const char* dir, const char* name, uint16_t extra, uint16_t compression,
                         uint32_t rows_per_strip) {
     enum { kWidth = 257, kHeight = 256 };
-    const struct image im = {name, kWidth, kHeight, 8, 4, PHOTOMETRIC_RGB, compression, 0, 0, 0, rows_per_strip};
+    const struct image im = {name, kWidth, kHeight,       8, 4, PHOTOMETRIC_RGB, compression, 0,
+                             0,    0,      rows_per_strip};
     char path[4096];
     snprintf(path, sizeof path, "%s/%s", dir, name);
     TIFF* t = TIFFOpen(path, "w");
@@ -517,7 +522,8 @@ int main(int argc, char** argv) {
     }
     if (argc == 4 && strcmp(argv[1], "rgba") == 0) return rgba(argv[2], argv[3], 0, 0, 0);
     if (argc == 6 && strcmp(argv[1], "rgba") == 0)
-        return rgba(argv[2], argv[3], 1, (uint32_t)strtoul(argv[4], NULL, 10), (uint32_t)strtoul(argv[5], NULL, 10));
+        return rgba(argv[2], argv[3], 1, (uint32_t)strtoul(argv[4], NULL, 10),
+                    (uint32_t)strtoul(argv[5], NULL, 10));
     if (argc == 3 && strcmp(argv[1], "dump") == 0) return dump(argv[2]);
     fprintf(stderr, "usage: pipe_images make DIR | rgba FILE OUT [ROW ROWS] | dump FILE\n");
     return 2;
