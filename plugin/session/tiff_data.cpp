@@ -132,9 +132,11 @@ uintptr_t LayoutOf(TIFF* tiff) {
 // only after something was set on the handle, so a row loop pays a lookup a row.
 bool LayoutKept(TIFF* tiff, const char* module) {
     if (tiff == nullptr) return true;
-    const uintptr_t expected = ClientValue(tiff, kLayoutName);
+    // The row loops' common case first: nothing set since the last look.
     const uintptr_t changes = ChangesOf(tiff);
-    if (expected == 0 || ClientValue(tiff, kLayoutSeenName) == changes) return true;
+    if (ClientValue(tiff, kLayoutSeenName) == changes) return true;
+    const uintptr_t expected = ClientValue(tiff, kLayoutName);
+    if (expected == 0) return true;
     if (LayoutOf(tiff) != expected) {
         TIFFErrorExtR(tiff, module,
                       "Cannot read rows of an image whose size, samples, compression or strips were changed "
