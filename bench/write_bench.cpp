@@ -215,7 +215,8 @@ void ConvertRow(Kind kind, const uint32_t* pixels, const uint32_t* mask, int32_t
             std::memset(row, 0, (size_t(width) + 7) / 8);
             for (int32_t x = 0; x < width; ++x) {
                 const uint32_t rgb = pixels[x];
-                if (red(rgb) + uint8_t(rgb >> 8) + uint8_t(rgb) >= 128) row[x >> 3] |= uint8_t(0x80u >> (x & 7));
+                if (red(rgb) + uint8_t(rgb >> 8) + uint8_t(rgb) >= 128)
+                    row[x >> 3] |= uint8_t(0x80u >> (x & 7));
             }
             return;
     }
@@ -263,8 +264,8 @@ Rows MakeRows(Kind kind) {
     rows.bytes.assign(rows.rowBytes * size_t(side), 0);
     for (int32_t y = 0; y < side; ++y) {
         const size_t at = size_t(y) * size_t(side);
-        ConvertRow(kind, words.colour.data() + at, words.mask.empty() ? nullptr : words.mask.data() + at, side,
-                   rows.bytes.data() + rows.rowBytes * size_t(y));
+        ConvertRow(kind, words.colour.data() + at, words.mask.empty() ? nullptr : words.mask.data() + at,
+                   side, rows.bytes.data() + rows.rowBytes * size_t(y));
     }
     return rows;
 }
@@ -287,9 +288,7 @@ void SetTags(TIFF* tif, const Write& w) {
     TIFFSetField(tif, TIFFTAG_FILLORDER, FILLORDER_MSB2LSB);
     TIFFSetField(tif, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
     TIFFSetField(tif, TIFFTAG_XRESOLUTION, 72.0);
-    // With a mask the plugin sets a resolution only when unset, and libtiff keeps one "set" flag
-    // for both: once X is set, Y counts as set and is written as 0.
-    if (w.kind != Kind::RGBA) TIFFSetField(tif, TIFFTAG_YRESOLUTION, 72.0);
+    TIFFSetField(tif, TIFFTAG_YRESOLUTION, 72.0);
     TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
     TIFFSetField(tif, TIFFTAG_COMPRESSION, w.compression);
     switch (w.kind) {
@@ -355,7 +354,9 @@ void Floor(benchmark::State& state, const Write& w, bool pixels = false) {
     const Pixels& words = PictureWords(w.kind);
     std::vector<uint8_t> row(rows.rowBytes);
     const auto side = size_t(SideOf(w.kind));
-    const auto prepared = [&](uint32_t y) { return const_cast<uint8_t*>(rows.bytes.data() + rows.rowBytes * y); };
+    const auto prepared = [&](uint32_t y) {
+        return const_cast<uint8_t*>(rows.bytes.data() + rows.rowBytes * y);
+    };
     const auto converted = [&](uint32_t y) {
         const size_t at = size_t(y) * side;
         ConvertRow(w.kind, words.colour.data() + at, words.mask.empty() ? nullptr : words.mask.data() + at,
