@@ -175,14 +175,15 @@ bool Tag(TIFF* tiff, uint32_t width, uint32_t height) {
         {TIFFTAG_RESOLUTIONUNIT, TagRule::IfUnset, TagInt(RESUNIT_INCH)},
         {TIFFTAG_COMPRESSION, TagRule::IfUnset, TagInt(COMPRESSION_NONE)},
     };
-    return ApplyTagSteps(tiff, steps);
+    const bool cleared = ClearOtherSampleTags(tiff, false);
+    return ApplyTagSteps(tiff, steps) && cleared;
 }
 
 }  // namespace
 
 bool WriteBW(REALobject object) {
     PictureReader reader;
-    TIFF* tiff = BeginExport(object, reader);
+    TIFF* tiff = BeginExport(object, reader, ExportHeight::KeptIfSet);
     if (tiff == nullptr) return false;
     TiffData* record = TiffDataOf(object);
     const bool tagged = Tag(tiff, static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height));

@@ -71,7 +71,7 @@ int64_t ScanlineBytes64(TIFF* tiff) {
     return size > static_cast<uint64_t>(INT32_MAX) ? 0 : static_cast<int64_t>(size);
 }
 
-TIFF* BeginExport(REALobject object, PictureReader& reader) {
+TIFF* BeginExport(REALobject object, PictureReader& reader, ExportHeight height) {
     TiffData* record = TiffDataOf(object);
     if (record == nullptr) return nullptr;
     current = object;
@@ -80,13 +80,48 @@ TIFF* BeginExport(REALobject object, PictureReader& reader) {
     YieldToHost(object, record);
     current = object;
     TIFF* tiff = record->tiff;
-    return tiff != nullptr && WritableFile(tiff) ? tiff : nullptr;
+    if (tiff == nullptr) return nullptr;
+    auto rows = static_cast<uint32_t>(reader.height);
+    if (height == ExportHeight::KeptIfSet) TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &rows);
+    return ReadyForRows(tiff, rows) ? tiff : nullptr;
 }
 
-bool WritableFile(TIFF* tiff) {
-    if (TIFFGetMode(tiff) != O_RDONLY) return true;
-    TIFFErrorExtR(tiff, "TIFFWriteScanline", "File not open for writing");
+bool ReadyForRows(TIFF* tiff, uint32_t height) {
+    static const char module[] = "TIFFWriteScanline";
+    if (TIFFGetMode(tiff) == O_RDONLY) {
+        TIFFErrorExtR(tiff, module, "File not open for writing");
+        return false;
+    }
+    if (TIFFIsTiled(tiff)) {
+        TIFFErrorExtR(tiff, module, "Can not write scanlines to a tiled image");
+        return false;
+    }
+    // The rows per strip the export keeps, or the 1 it sets; the planes are contiguous.
+    uint32_t rowsPerStrip = 1;
+    TIFFGetField(tiff, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
+    const uint64_t strips = rowsPerStrip == 0 || rowsPerStrip == UINT32_MAX
+                                ? 1
+                                : (uint64_t{height} + rowsPerStrip - 1) / rowsPerStrip;
+    if (StripTablesHold(tiff, strips)) return true;
+    TIFFErrorExtR(tiff, module,
+                  "%u rows in strips of %u rows do not fit the strips of this image; write them into a new "
+                  "directory, or keep its number of strips",
+                  height, rowsPerStrip);
     return false;
+}
+
+bool ClearOtherSampleTags(TIFF* tiff, bool noExtraSamples) {
+    bool ok = true;
+    uint16_t format = SAMPLEFORMAT_UINT;
+    if (TIFFGetField(tiff, TIFFTAG_SAMPLEFORMAT, &format) == 1 &&
+        (format == SAMPLEFORMAT_IEEEFP || format == SAMPLEFORMAT_COMPLEXINT ||
+         format == SAMPLEFORMAT_COMPLEXIEEEFP))
+        ok = TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) == 1;
+    uint16_t extra = 0;
+    const uint16_t* kinds = nullptr;
+    if (noExtraSamples && TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &extra, &kinds) == 1 && extra > 0)
+        ok = TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 0, nullptr) == 1 && ok;
+    return ok;
 }
 
 bool WriteRows(const ExportPass& pass, PictureReader& reader) {

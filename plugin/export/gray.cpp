@@ -67,7 +67,8 @@ bool ChooseDepth(TIFF* tiff, uint16_t& depth) {
 
 bool Tag(TIFF* tiff, uint32_t width, uint32_t height, uint16_t& depth) {
     const TagStep strips[] = {{TIFFTAG_ROWSPERSTRIP, TagRule::IfUnset, TagInt(1)}};
-    bool ok = ApplyTagSteps(tiff, strips);
+    bool ok = ClearOtherSampleTags(tiff, true);
+    ok = ApplyTagSteps(tiff, strips) && ok;
     ok = ChooseDepth(tiff, depth) && ok;
     const TagStep steps[] = {
         {TIFFTAG_IMAGELENGTH, TagRule::Always, TagInt(height)},
@@ -105,7 +106,7 @@ bool WritePass(REALobject object, TiffData* record, TIFF* tiff, PictureReader& r
 
 bool WriteGray(REALobject object) {
     PictureReader reader;
-    TIFF* tiff = BeginExport(object, reader);
+    TIFF* tiff = BeginExport(object, reader, ExportHeight::Picture);
     if (tiff == nullptr) return false;
     TiffData* record = TiffDataOf(object);
     uint16_t depth = 8;

@@ -267,10 +267,11 @@ bool WriteOpaque(const Session& s) {
     current = s.self;
     // The yield may have run host code that closed the file.
     TIFF* tiff = s.record->tiff;
-    if (tiff == nullptr || !WritableFile(tiff)) return false;
+    if (tiff == nullptr || !ReadyForRows(tiff, static_cast<uint32_t>(reader.height))) return false;
     const RowBuffer row(reader.width);
     const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
-    const bool tagged = ApplyTags(tiff, kOpaqueTags, shape);
+    const bool cleared = ClearOtherSampleTags(tiff, true);
+    const bool tagged = ApplyTags(tiff, kOpaqueTags, shape) && cleared;
     if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
     NoteRowsWritten(tiff);
     const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
@@ -289,10 +290,11 @@ bool WriteMasked(const Session& s) {
     if (!mask.GetPictureReader(s.record->Mask)) return false;
     if (picture.width != mask.width || picture.height != mask.height) return false;
     TIFF* tiff = s.record->tiff;
-    if (!WritableFile(tiff)) return false;
+    if (!ReadyForRows(tiff, static_cast<uint32_t>(picture.height))) return false;
     const RowBuffer row(picture.width);
     const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
-    const bool tagged = ApplyTags(tiff, kMaskedTags, shape);
+    const bool cleared = ClearOtherSampleTags(tiff, false);
+    const bool tagged = ApplyTags(tiff, kMaskedTags, shape) && cleared;
     if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
     NoteRowsWritten(tiff);
     const RowConverter colour = ConvertersFor(picture.pixelType).colour;

@@ -24,6 +24,8 @@ const char* Refusal(TIFF* tiff, uint32_t index, uint16_t sample) {
     uint32_t rowsPerStrip = 0;
     TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
     if (rowsPerStrip == 0) return "RowsPerStrip is 0";
+    if (!StripTablesHold(tiff, TIFFNumberOfStrips(tiff)))
+        return "Height or RowsPerStrip changed after the image's strips were laid out";
     if (index == UINT32_MAX) return "Row is past the largest image height";
     const uint32_t strip = TIFFComputeStrip(tiff, index, sample);
     if (!StripInTables(tiff, strip)) return "Row lies more than one strip past the end of the image";
@@ -35,6 +37,16 @@ const char* Refusal(TIFF* tiff, uint32_t index, uint16_t sample) {
 }
 
 }  // namespace
+
+bool StripTablesHold(TIFF* tiff, uint64_t strips) {
+    uint64_t* offsets = nullptr;
+    if (TIFFGetField(tiff, TIFFTAG_STRIPOFFSETS, &offsets) != 1 || offsets == nullptr) return true;
+    if (strips > UINT32_MAX) return false;
+    int beyond = 1, last = 0;  // no table holds 2^32 entries
+    if (strips < UINT32_MAX) TIFFGetStrileOffsetWithErr(tiff, static_cast<uint32_t>(strips), &beyond);
+    if (strips > 0) TIFFGetStrileOffsetWithErr(tiff, static_cast<uint32_t>(strips - 1), &last);
+    return beyond != 0 && last == 0;
+}
 
 bool ScanlineWritable(TIFF* tiff, uint32_t index, uint16_t sample) {
     // libtiff refuses scanlines of tiles, and every row of a file opened for reading, itself.

@@ -12,6 +12,9 @@
 // - a row past the end of a contiguous image makes the image taller, but only one strip is added
 //   to the strip tables: a row further out, or one after the height was raised while rows were
 //   being written, is recorded past their end; row 4294967295 makes the height 0.
+// - strip tables laid out for one height and rows per strip (read with the directory, or made by
+//   the first row written) are not laid out again when either changes: libtiff keeps computing
+//   row positions from the old layout, and the rows of strips past the old end are lost.
 // Such rows are refused with an Error event naming TIFFWriteScanline and libtiff's failure value.
 #ifndef TQV_SESSION_SCANLINE_WRITE_H
 #define TQV_SESSION_SCANLINE_WRITE_H
@@ -25,6 +28,10 @@ namespace tqv {
 // True when libtiff can take row `index` of plane `sample` next; otherwise after the Error event.
 // A file opened for reading is left to libtiff, which refuses every row itself.
 bool ScanlineWritable(TIFF* tiff, uint32_t index, uint16_t sample);
+
+// Whether the strip tables of the current directory, when it has them, hold exactly `strips`
+// entries. A directory that has none yet gets them sized by its first row.
+bool StripTablesHold(TIFF* tiff, uint64_t strips);
 
 // ScanlineWritable, then libtiff's TIFFWriteScanline: 1 written, -1 not.
 int WriteScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample);

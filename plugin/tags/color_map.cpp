@@ -49,8 +49,8 @@ bool ColorMapSet(TIFF* tiff) {
 }
 
 // Whether a BitsPerSample assignment (the variadic value still unread in `ap`) keeps the depth the
-// colour map was sized for.
-bool KeepsMapSize(TIFF* tiff, va_list ap) {
+// colour map or transfer function was sized for.
+bool KeepsDepth(TIFF* tiff, va_list ap) {
     va_list peek;
     va_copy(peek, ap);
     const auto bits = static_cast<uint16_t>(va_arg(peek, int));  // libtiff reads it as uint16_vap
@@ -58,6 +58,11 @@ bool KeepsMapSize(TIFF* tiff, va_list ap) {
     uint16_t current = 0;
     TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &current);
     return bits == current;
+}
+
+bool TransferFunctionSet(TIFF* tiff) {
+    const uint16_t *first = nullptr, *second = nullptr, *third = nullptr;
+    return TIFFGetField(tiff, TIFFTAG_TRANSFERFUNCTION, &first, &second, &third) == 1;
 }
 
 // Whether a Compression assignment (the value still unread in `ap`) leaves old-style JPEG. libtiff
@@ -88,10 +93,19 @@ void ForgetCodecTags(TIFF* tiff, uint16_t compression) {
 
 int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
     NoteHandleChange(tiff);
-    if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsMapSize(tiff, ap)) {
+    if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsDepth(tiff, ap)) {
         TIFFErrorExtR(tiff, "BitsPerSample",
                       "Cannot change BitsPerSample while a colour map sized for the current value is set");
         return 0;
+    }
+    // A transfer function has one entry per value of the depth it was read or set with, and
+    // libtiff writes one per value of the current depth: cancelled as libtiff itself cancels it
+    // when the samples per pixel change, rather than written from past its end.
+    if (tag == TIFFTAG_BITSPERSAMPLE && TransferFunctionSet(tiff) && !KeepsDepth(tiff, ap)) {
+        TIFFWarningExtR(tiff, "BitsPerSample",
+                        "BitsPerSample tag value is changing, but TransferFunction was read with a "
+                        "different value. Canceling it");
+        TIFFUnsetField(tiff, TIFFTAG_TRANSFERFUNCTION);
     }
     if (tag == TIFFTAG_COMPRESSION && LeavesOldJpeg(tiff, ap)) {
         TIFFErrorExtR(tiff, "Compression", "Cannot change the compression of an old-style JPEG image");

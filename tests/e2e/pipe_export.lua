@@ -6,7 +6,7 @@ local T = require("testlib")
 package.path = debug.getinfo(1, "S").source:match("^@(.*/)") .. "?.lua;" .. package.path
 local P = require("pipe_common")
 
-P.setup(arg, "pipe_export")
+P.images(arg, "pipe_export")
 
 local function picture(rows)
   local p = NewPicture(#rows[1], #rows)
@@ -232,6 +232,141 @@ T.group("WriteGray", function()
     local u = TiffPictureTQV()
     u.Pict = picture(GREY)
     T.eq(u:WriteGray(), false)
+  end)
+end)
+
+-- ---- Exports into an image read from the file ---------------------------------------------
+
+-- A w x h grey picture: pixel (x, y) is base + x + w y (mod 256) in every channel.
+local function ramp(w, h, base)
+  local p = NewPicture(w, h)
+  for y = 0, h - 1 do
+    for x = 0, w - 1 do
+      local v = (base + x + w * y) % 256
+      p:SetPixel(x, y, v, v, v)
+    end
+  end
+  return p
+end
+local function ramp_rows(w, h, base)
+  local rows = {}
+  for y = 1, h do
+    rows[y] = {}
+    for x = 1, w do rows[y][x] = (base + (x - 1) + w * (y - 1)) % 256 end
+  end
+  return rows
+end
+
+-- A new file holding one 8-bit grey image of w x h pixels in strips of `strip_rows` rows.
+local function grey_file(w, h, strip_rows)
+  local t, path = create(function(t) t.RowsPerStrip = strip_rows end)
+  t.Pict = ramp(w, h, 1)
+  T.eq(t:WriteGray(), true)
+  t:Close()
+  return path
+end
+
+-- The file opened for reading and writing; the messages of its Error events are collected.
+local function rewrite(path)
+  local t = TiffPictureTQV()
+  local errors = {}
+  t.Error = function(_, _, message) errors[#errors + 1] = tostring(message) end
+  T.eq(t:Open(FolderItem(path), "r+"), true)
+  return t, errors
+end
+
+T.group("Exports into an image read from the file", function()
+  -- libtiff keeps the strip tables it read: rows of strips past their end were lost while the
+  -- export answered true, and strip sizes that no longer fit the table's type made the directory
+  -- unwritable at Close, which lost the whole file.
+  local cases = {
+    { what = "fewer rows", w = 6, h = 10, strip_rows = 1, pw = 6, ph = 4 },
+    { what = "more rows", w = 6, h = 10, strip_rows = 1, pw = 6, ph = 12 },
+    { what = "large strips before, small after", w = 100, h = 1000, strip_rows = 300, pw = 4, ph = 4 },
+    { what = "the program's rows per strip", w = 6, h = 10, strip_rows = 10, pw = 6, ph = 10, set_rows = 1 },
+  }
+  for _, case in ipairs(cases) do
+    T.test("another number of strips (" .. case.what .. "): false before any tag; the image stays", function()
+      local path = grey_file(case.w, case.h, case.strip_rows)
+      local before = P.dump(path)
+      for _, export in ipairs({ "WriteRGB", "WriteGray", "WriteRGB with a mask" }) do
+        local t, errors = rewrite(path)
+        if case.set_rows then t.RowsPerStrip = case.set_rows end
+        t.Pict = ramp(case.pw, case.ph, 7)
+        if export == "WriteRGB with a mask" then t.Mask = ramp(case.pw, case.ph, 0) end
+        T.eq(t[export:match("^%a+")](t), false, export)
+        T.truthy(errors[1] and errors[1]:find("do not fit the strips of this image", 1, true), export .. ": message")
+        T.eq(t.Width, case.w, export .. ": no tag set")
+        t.RowsPerStrip = case.strip_rows
+        t:Close()
+        local after = P.dump(path)
+        T.eq(after.height, case.h, export .. ": height")
+        T.eq(after.spp, 1, export .. ": samples")
+        expect_rows(after, before.rows, export)
+      end
+    end)
+  end
+  T.test("the same number of strips: the picture replaces the image", function()
+    local path = grey_file(6, 10, 5)
+    local t, errors = rewrite(path)
+    t.Pict = ramp(9, 8, 40) -- strips of 5 and 3 rows
+    T.eq(t:WriteGray(), true)
+    t:Close()
+    T.eq(#errors, 0)
+    local info = P.dump(path)
+    T.eq(info.width, 9); T.eq(info.height, 8)
+    expect_rows(info, ramp_rows(9, 8, 40), "rewritten")
+  end)
+  T.test("over four samples or floating-point samples: the file reads back", function()
+    -- A four-sample image written with a mask, and a 32-bit floating-point grey image.
+    local rgba, path = create()
+    rgba.Pict, rgba.Mask = ramp(4, 3, 0), ramp(4, 3, 100)
+    T.eq(rgba:WriteRGB(), true)
+    rgba:Close()
+    local float, float_path = create()
+    float.Width, float.Height, float.BitsPerSample = 4, 3, 32
+    T.eq(float:SetFieldInteger(339, 3), true, "SampleFormat IEEE floating point")
+    float.SamplesPerPixel, float.Photometric, float.RowsPerStrip = 1, 1, 1
+    for y = 0, 2 do assign(float, "Scanline", MemoryBlock(16), y) end
+    float:Close()
+    -- WriteGray keeps the image's photometric interpretation: the program makes it grey first.
+    local cases = { { path, "WriteRGB", 3 }, { path, "WriteGray", 1, 1 }, { float_path, "WriteRGB", 3 } }
+    for _, case in ipairs(cases) do
+      local file, export, samples, photometric = case[1], case[2], case[3], case[4]
+      local name = "over_" .. export .. "_" .. samples .. "_" .. (file == path and "rgba" or "float") .. ".tif"
+      local source = P.path(name)
+      T.write_bytes(source, T.read_bytes(file))
+      local t, errors = rewrite(source)
+      if photometric then t.Photometric = photometric end
+      t.Pict = ramp(4, 3, 50)
+      T.eq(t[export](t), true, export)
+      t:Close()
+      T.eq(#errors, 0, export .. ": no error")
+      local info = P.dump(source)
+      T.eq(info.spp, samples, export .. ": samples")
+      T.eq(info.extra, 0, export .. ": no extra samples")
+      T.truthy(info.format == 0 or info.format == 1, export .. ": unsigned samples")
+      local r = P.open(name)
+      T.eq(r:ReadRGB(), true, export .. ": reads back")
+      T.expect_pixels(r.Pict, 4, 3, function(x, y)
+        local v = 50 + x + 4 * y
+        return v, v, v
+      end, export)
+    end
+  end)
+  T.test("BitsPerSample changed over a transfer function: the function is dropped with a warning", function()
+    local path = P.path("transfer_grey8.tif")
+    T.eq(P.dump(path).transfer, 1)
+    local t, errors = rewrite(path)
+    local warnings = {}
+    t.Warning = function(_, _, message) warnings[#warnings + 1] = tostring(message) end
+    t.BitsPerSample = 16 -- the function has 256 entries; a 16-bit one would have 65,536
+    T.eq(t.BitsPerSample, 16)
+    T.truthy(warnings[1] and warnings[1]:find("TransferFunction", 1, true), "warning")
+    t:Close()
+    T.eq(#errors, 0)
+    local info = P.dump(path)
+    T.eq(info.bps, 16); T.eq(info.transfer, 0)
   end)
 end)
 

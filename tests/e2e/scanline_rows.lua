@@ -183,6 +183,39 @@ T.group("Writing", function()
       T.eq(r:Scanlines(0, 6):Bytes(), row(0) .. row(1) .. row(2) .. row(3) .. row(4) .. row(5))
     end
   end)
+  -- libtiff keeps computing row positions from the strips it laid out: the rows of the strips
+  -- past them were answered 1 for and lost.
+  T.test("Height changed after the strips were laid out: the rows are refused", function()
+    local function session()
+      local t = TiffPictureTQV()
+      local refused = {}
+      t.Error = function(_, _, message) refused[#refused + 1] = tostring(message) end
+      return t, refused
+    end
+    local out = T.tmpfile("scanline_height_raised.tif")
+    local t, refused = session()
+    t:Create(FolderItem(out))
+    t.Width, t.Height, t.BitsPerSample, t.Photometric, t.RowsPerStrip = W, ROWS, 8, 1, 1
+    local mb = MemoryBlock(W)
+    for y = 0, ROWS + 1 do
+      if y == ROWS then t.Height = ROWS + 2 end
+      mb:SetBytes(0, row(y))
+      assign(t, "Scanline", mb, y)
+    end
+    T.eq(#refused, 2, "the rows past the strips laid out for " .. ROWS .. " rows")
+    T.truthy(refused[1]:find("^4: Height or RowsPerStrip changed"), refused[1])
+    t:Close()
+    T.eq(H.opened(out):Scanlines(0, ROWS):Bytes(), row(0) .. row(1) .. row(2) .. row(3))
+    -- In a file opened for writing, rows of an image made shorter than its strips are refused too.
+    local u, more = session()
+    T.truthy(u:Open(FolderItem(out), "r+"))
+    u.Height = 2
+    assign(u, "Scanline", mb, 0)
+    T.eq(#more, 1)
+    u.Height = ROWS + 2
+    u:Close()
+    T.eq(H.opened(out):Scanline(0):Bytes(), row(0), "the file's rows are as they were")
+  end)
   T.test("rows read from a strip cannot be written back through the same session", function()
     local out = T.tmpfile("scanline_read_then_write.tif")
     local t = TiffPictureTQV()

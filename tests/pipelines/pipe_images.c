@@ -432,6 +432,24 @@ static void make_mirror(const char* dir) {
     }
 }
 
+/* 8 x 2 8-bit grey with a transfer function (one entry per sample value), in one strip. */
+static void make_transfer(const char* dir) {
+    char path[4096];
+    snprintf(path, sizeof path, "%s/transfer_grey8.tif", dir);
+    TIFF* t = TIFFOpen(path, "w");
+    const struct image im = {"transfer_grey8.tif", 8, 2, 8, 1, PHOTOMETRIC_MINISBLACK, COMPRESSION_NONE, 0, 0, 0, 2};
+    set_common(t, &im);
+    uint16_t transfer[256];
+    for (int i = 0; i < 256; ++i) transfer[i] = (uint16_t)(i * 257);
+    TIFFSetField(t, TIFFTAG_TRANSFERFUNCTION, transfer);
+    for (uint32_t y = 0; y < 2; ++y) {
+        uint8_t row[8];
+        for (int x = 0; x < 8; ++x) row[x] = (uint8_t)(16 * y + (uint32_t)x);
+        TIFFWriteScanline(t, row, y, 0);
+    }
+    TIFFClose(t);
+}
+
 /* ---- rgba and dump ------------------------------------------------------------------------ */
 
 static int rgba(const char* file, const char* out, int band, uint32_t row, uint32_t rows) {
@@ -470,8 +488,9 @@ static uint32_t u16tag(TIFF* t, ttag_t tag) {
     return TIFFGetField(t, tag, &v) ? v : 0;
 }
 
-/* "width W height H bps B spp S photometric P compression C fill F xres X yres Y unit U bytes N",
- * then one line per row (samples in decimal, 16-bit samples as words); a row libtiff cannot read
+/* "width W height H bps B spp S photometric P compression C fill F xres X yres Y unit U bytes N
+ * format F extra E transfer T" (SampleFormat, the number of extra samples, 1 with a transfer
+ * function), then one line per row (samples in decimal, 16-bit samples as words); a row libtiff cannot read
  * prints "unreadable". */
 static int dump(const char* file) {
     TIFF* t = TIFFOpen(file, "r");
@@ -485,12 +504,18 @@ static int dump(const char* file) {
     const uint32_t bps = u16tag(t, TIFFTAG_BITSPERSAMPLE);
     uint64_t bytes = 0;
     for (uint32_t s = 0; s < TIFFNumberOfStrips(t); ++s) bytes += TIFFGetStrileByteCount(t, s);
+    uint16_t extra = 0;
+    const uint16_t* kinds = NULL;
+    TIFFGetField(t, TIFFTAG_EXTRASAMPLES, &extra, &kinds);
+    const uint16_t *transfer[3] = {NULL, NULL, NULL};
+    const int has_transfer = TIFFGetField(t, TIFFTAG_TRANSFERFUNCTION, &transfer[0], &transfer[1], &transfer[2]);
     printf(
         "width %u height %u bps %u spp %u photometric %u compression %u fill %u xres %g yres %g unit %u "
-        "bytes %llu\n",
+        "bytes %llu format %u extra %u transfer %d\n",
         w, h, bps, u16tag(t, TIFFTAG_SAMPLESPERPIXEL), u16tag(t, TIFFTAG_PHOTOMETRIC),
         u16tag(t, TIFFTAG_COMPRESSION), u16tag(t, TIFFTAG_FILLORDER), xres, yres,
-        u16tag(t, TIFFTAG_RESOLUTIONUNIT), (unsigned long long)bytes);
+        u16tag(t, TIFFTAG_RESOLUTIONUNIT), (unsigned long long)bytes, u16tag(t, TIFFTAG_SAMPLEFORMAT), extra,
+        has_transfer);
     const tmsize_t size = TIFFScanlineSize(t);
     uint8_t* row = calloc(1, (size_t)size + 16);
     for (uint32_t y = 0; y < h; ++y) {
@@ -518,6 +543,7 @@ int main(int argc, char** argv) {
         make_rgba(argv[2]);
         make_mirror(argv[2]);
         make_alpha(argv[2]);
+        make_transfer(argv[2]);
         return 0;
     }
     if (argc == 4 && strcmp(argv[1], "rgba") == 0) return rgba(argv[2], argv[3], 0, 0, 0);
