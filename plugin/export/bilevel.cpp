@@ -183,7 +183,7 @@ bool Tag(TIFF* tiff, uint32_t width, uint32_t height) {
 
 bool WriteBW(REALobject object) {
     PictureReader reader;
-    TIFF* tiff = BeginExport(object, reader, ExportHeight::KeptIfSet);
+    TIFF* tiff = BeginExport(object, reader, KeptLayout{true, 1});
     if (tiff == nullptr) return false;
     TiffData* record = TiffDataOf(object);
     const bool tagged = Tag(tiff, static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height));

@@ -9,6 +9,7 @@
 #include "session/messages.h"
 #include "session/scanline_write.h"
 #include "session/tiff_data.h"
+#include "tags/color_map.h"
 
 namespace tqv {
 namespace {
@@ -71,7 +72,7 @@ int64_t ScanlineBytes64(TIFF* tiff) {
     return size > static_cast<uint64_t>(INT32_MAX) ? 0 : static_cast<int64_t>(size);
 }
 
-TIFF* BeginExport(REALobject object, PictureReader& reader, ExportHeight height) {
+TIFF* BeginExport(REALobject object, PictureReader& reader, KeptLayout kept) {
     TiffData* record = TiffDataOf(object);
     if (record == nullptr) return nullptr;
     current = object;
@@ -82,11 +83,13 @@ TIFF* BeginExport(REALobject object, PictureReader& reader, ExportHeight height)
     TIFF* tiff = record->tiff;
     if (tiff == nullptr) return nullptr;
     auto rows = static_cast<uint32_t>(reader.height);
-    if (height == ExportHeight::KeptIfSet) TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &rows);
-    return ReadyForRows(tiff, rows) ? tiff : nullptr;
+    if (kept.height) TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &rows);
+    uint16_t depth = kept.unsetDepth;
+    TIFFGetField(tiff, TIFFTAG_BITSPERSAMPLE, &depth);
+    return ReadyForRows(tiff, rows, depth) ? tiff : nullptr;
 }
 
-bool ReadyForRows(TIFF* tiff, uint32_t height) {
+bool ReadyForRows(TIFF* tiff, uint32_t height, uint16_t depth) {
     static const char module[] = "TIFFWriteScanline";
     if (TIFFGetMode(tiff) == O_RDONLY) {
         TIFFErrorExtR(tiff, module, "File not open for writing");
@@ -102,12 +105,14 @@ bool ReadyForRows(TIFF* tiff, uint32_t height) {
     const uint64_t strips = rowsPerStrip == 0 || rowsPerStrip == UINT32_MAX
                                 ? 1
                                 : (uint64_t{height} + rowsPerStrip - 1) / rowsPerStrip;
-    if (StripTablesHold(tiff, strips)) return true;
-    TIFFErrorExtR(tiff, module,
-                  "%u rows in strips of %u rows do not fit the strips of this image; write them into a new "
-                  "directory, or keep its number of strips",
-                  height, rowsPerStrip);
-    return false;
+    if (!StripTablesHold(tiff, strips)) {
+        TIFFErrorExtR(tiff, module,
+                      "%u rows in strips of %u rows do not fit the strips of this image; write them into a "
+                      "new directory, or keep its number of strips",
+                      height, rowsPerStrip);
+        return false;
+    }
+    return DepthFitsColorMap(tiff, depth);
 }
 
 bool ClearOtherSampleTags(TIFF* tiff, bool noExtraSamples) {

@@ -55,17 +55,21 @@ int64_t ScanlineBytes64(TIFF* tiff);
 // `reader`, then the host may run (a yield). The session's TIFF after that, or nil when nothing
 // is open, Pict is nil or cannot be locked, host code closed the file meanwhile, or the directory
 // cannot take the picture's rows (ReadyForRows: an Error event, before any tag is set).
-// `height` names the image height the export leaves: the picture's, or (WriteBW) the one the
-// directory holds when it holds one.
-enum class ExportHeight { Picture, KeptIfSet };
-TIFF* BeginExport(REALobject object, PictureReader& reader, ExportHeight height);
-// Whether the current directory can take `height` rows as scanlines, checked before an export
-// sets any tag; false with an Error event for a file opened for reading, a tiled image, or a
-// directory read from the file whose strip tables were laid out for another number of strips
-// (libtiff does not lay them out again: rows past the old strips would be lost, or the directory
-// could not be written at all). libtiff would refuse the first two only at the first row, after
-// the export had set its tags; refused first, the directory stays as it was read.
-bool ReadyForRows(TIFF* tiff, uint32_t height);
+// What the grey and bilevel exports keep of a directory that holds them: the height (WriteBW;
+// else the picture's) and the depth (else `unsetDepth`).
+struct KeptLayout {
+    bool height;
+    uint16_t unsetDepth;
+};
+TIFF* BeginExport(REALobject object, PictureReader& reader, KeptLayout kept);
+// Whether the current directory can take `height` rows of `depth` bits a sample as scanlines,
+// checked before an export sets any tag; false with an Error event for a file opened for
+// reading, a tiled image, a directory read from the file whose strip tables were laid out for
+// another number of strips (libtiff does not lay them out again: rows past the old strips would
+// be lost, or the directory could not be written at all), or a colour map sized for another
+// depth (its guard would refuse the depth halfway through the tags). Refused first, the
+// directory stays as it was read.
+bool ReadyForRows(TIFF* tiff, uint32_t height, uint16_t depth);
 // Tags about samples that the exports do not write, which a directory read from a file (or the
 // program) may hold: a floating-point or complex SampleFormat becomes unsigned integer, and with
 // `noExtraSamples` (the exports that set SamplesPerPixel themselves) ExtraSamples becomes empty:

@@ -106,7 +106,7 @@ bool WritePass(REALobject object, TiffData* record, TIFF* tiff, PictureReader& r
 
 bool WriteGray(REALobject object) {
     PictureReader reader;
-    TIFF* tiff = BeginExport(object, reader, ExportHeight::Picture);
+    TIFF* tiff = BeginExport(object, reader, KeptLayout{false, 8});
     if (tiff == nullptr) return false;
     TiffData* record = TiffDataOf(object);
     uint16_t depth = 8;

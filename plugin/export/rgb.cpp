@@ -267,7 +267,7 @@ bool WriteOpaque(const Session& s) {
     current = s.self;
     // The yield may have run host code that closed the file.
     TIFF* tiff = s.record->tiff;
-    if (tiff == nullptr || !ReadyForRows(tiff, static_cast<uint32_t>(reader.height))) return false;
+    if (tiff == nullptr || !ReadyForRows(tiff, static_cast<uint32_t>(reader.height), 8)) return false;
     const RowBuffer row(reader.width);
     const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
     const bool cleared = ClearOtherSampleTags(tiff, true);
@@ -290,7 +290,7 @@ bool WriteMasked(const Session& s) {
     if (!mask.GetPictureReader(s.record->Mask)) return false;
     if (picture.width != mask.width || picture.height != mask.height) return false;
     TIFF* tiff = s.record->tiff;
-    if (!ReadyForRows(tiff, static_cast<uint32_t>(picture.height))) return false;
+    if (!ReadyForRows(tiff, static_cast<uint32_t>(picture.height), 8)) return false;
     const RowBuffer row(picture.width);
     const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
     const bool cleared = ClearOtherSampleTags(tiff, false);

@@ -31,12 +31,18 @@ inline Options Bounded() {
 }
 }  // namespace open_limits_detail
 
+// Whether libtiff reads the first directory when it opens with `mode`: "w" creates a file and
+// "a" begins a new directory to append, both for writing.
+inline bool ReadsDirectory(const char* mode) {
+    return std::strpbrk(mode, "wa") == nullptr;
+}
+
 // TIFFOpen with the allocation bound; nil when the options cannot be made either.
 inline TIFF* OpenBoundedFile(const char* path, const char* mode) {
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
     TIFF* tiff = TIFFOpenExt(path, mode, options.get());
-    NoteDirectoryChanged(tiff, std::strchr(mode, 'w') == nullptr);
+    NoteDirectoryChanged(tiff, ReadsDirectory(mode));
     return tiff;
 }
 
@@ -48,7 +54,7 @@ inline TIFF* OpenBoundedClient(const char* name, const char* mode, thandle_t cli
     if (!options) return nullptr;
     TIFF* tiff =
         TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get());
-    NoteDirectoryChanged(tiff, std::strchr(mode, 'w') == nullptr);
+    NoteDirectoryChanged(tiff, ReadsDirectory(mode));
     return tiff;
 }
 

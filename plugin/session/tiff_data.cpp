@@ -178,6 +178,10 @@ void NoteLayoutSetUp(TIFF* tiff) {
     SetClientValue(tiff, kLayoutSeenName, ChangesOf(tiff));
 }
 
+bool DirectoryRead(TIFF* tiff) {
+    return tiff != nullptr && ClientValue(tiff, kLayoutName) != 0;
+}
+
 bool RowsBeingWritten(TIFF* tiff) {
     return tiff != nullptr && TIFFGetClientInfo(tiff, kWritingName) != nullptr;
 }

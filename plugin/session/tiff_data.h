@@ -77,6 +77,8 @@ void NoteDirectoryChanged(TIFF* tiff, bool read);
 // with it. Nothing to do for a directory begun for writing.
 void NoteLayoutSetUp(TIFF* tiff);
 bool RowsBeingWritten(TIFF* tiff);
+// Whether the current directory was read from the file (opened, selected), not begun for writing.
+bool DirectoryRead(TIFF* tiff);
 bool RowsReadable(TIFF* tiff, const char* module);
 
 // YieldToHost for a loop reading or writing the rows of `tiff`. True when host code run by the

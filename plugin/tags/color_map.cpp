@@ -48,6 +48,12 @@ bool ColorMapSet(TIFF* tiff) {
     return TIFFGetField(tiff, TIFFTAG_COLORMAP, &r, &g, &b) == 1;
 }
 
+bool KeepsDepth(TIFF* tiff, uint16_t bits) {
+    uint16_t current = 0;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &current);
+    return bits == current;
+}
+
 // Whether a BitsPerSample assignment (the variadic value still unread in `ap`) keeps the depth the
 // colour map or transfer function was sized for.
 bool KeepsDepth(TIFF* tiff, va_list ap) {
@@ -55,9 +61,12 @@ bool KeepsDepth(TIFF* tiff, va_list ap) {
     va_copy(peek, ap);
     const auto bits = static_cast<uint16_t>(va_arg(peek, int));  // libtiff reads it as uint16_vap
     va_end(peek);
-    uint16_t current = 0;
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &current);
-    return bits == current;
+    return KeepsDepth(tiff, bits);
+}
+
+void RefuseMapDepth(TIFF* tiff) {
+    TIFFErrorExtR(tiff, "BitsPerSample",
+                  "Cannot change BitsPerSample while a colour map sized for the current value is set");
 }
 
 bool TransferFunctionSet(TIFF* tiff) {
@@ -94,8 +103,7 @@ void ForgetCodecTags(TIFF* tiff, uint16_t compression) {
 int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
     NoteHandleChange(tiff);
     if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsDepth(tiff, ap)) {
-        TIFFErrorExtR(tiff, "BitsPerSample",
-                      "Cannot change BitsPerSample while a colour map sized for the current value is set");
+        RefuseMapDepth(tiff);
         return 0;
     }
     // A transfer function has one entry per value of the depth it was read or set with, and
@@ -130,6 +138,12 @@ void GuardDirectory(TIFF* tiff) {
 }
 
 }  // namespace
+
+bool DepthFitsColorMap(TIFF* tiff, uint16_t bits) {
+    if (!ColorMapSet(tiff) || KeepsDepth(tiff, bits)) return true;
+    RefuseMapDepth(tiff);
+    return false;
+}
 
 void InstallFieldGuards() {
     static bool installed = false;

@@ -3,6 +3,7 @@
 #ifndef TQV_TAGS_COLOR_MAP_H
 #define TQV_TAGS_COLOR_MAP_H
 
+#include <tiffio.h>
 #include <tqv/plugin_abi.h>
 
 namespace tqv {
@@ -17,11 +18,16 @@ bool SetColorMap(REALobject self, REALmemoryBlock red, REALmemoryBlock green, RE
 // each refusal is an Error and a failed setter, whichever way the change is asked for:
 // - libtiff sizes a colour map by the BitsPerSample in force when the map was set or read, and
 //   later reads (GetColorMap, its RGBA palette conversion, its directory writer) by the current
-//   one: BitsPerSample cannot change while a colour map is set.
+//   one: BitsPerSample cannot change while a colour map is set. A transfer function, sized the
+//   same way, is dropped with a warning instead (as libtiff drops it when the samples change).
 // - Leaving old-style JPEG compression keeps that codec's field methods on freed codec state in
 //   libtiff 4.5 (the next row read or written stops the host): the compression of an old-style
 //   JPEG image cannot change.
 void InstallFieldGuards();
+
+// Whether BitsPerSample may become `bits`: false, with the guard's Error event, while a colour map
+// sized for another depth is set. For operations that check before they change anything.
+bool DepthFitsColorMap(TIFF* tiff, uint16_t bits);
 
 }  // namespace tqv
 

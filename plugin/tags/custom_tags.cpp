@@ -115,7 +115,8 @@ bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t write
     if (tiff == nullptr) return false;
     // Numbers above 65535 cannot be in a file: libtiff uses them for its codecs' controls, which
     // the codec's own setter takes in its own form once the codec is the image's.
-    if (static_cast<uint32_t>(tag) > 65535 && TIFFFindField(tiff, static_cast<uint32_t>(tag), TIFF_ANY) == nullptr)
+    if (static_cast<uint32_t>(tag) > 65535 &&
+        TIFFFindField(tiff, static_cast<uint32_t>(tag), TIFF_ANY) == nullptr)
         return false;
     std::optional<TIFFFieldInfo> info =
         SafeFieldInfo(tag, readCount, writeCount, type, okToChange, passCount);

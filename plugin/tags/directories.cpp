@@ -28,10 +28,31 @@ bool AfterDirectoryChange(REALobject self, bool changed, bool headerOnly) {
     return true;
 }
 
+// libtiff's directory readers leave the strip still waiting in its buffer: the last rows of a
+// page being written were lost, and the next row written into the other page flushed that strip
+// under its old number, past the end of the new page's strip tables (the process stopped). When
+// the page to select exists, the strip and the directory go to the file first, as Close writes
+// them, and libtiff's handle then holds a new, empty directory that knows no next one: pages are
+// selected by number. A page that does not exist leaves the rows pending, as any failed
+// selection leaves the current page.
+bool SelectAfterPendingRows(REALobject self, TIFF* tiff, uint64_t index, bool headerOnly) {
+    // A page begun for writing joins the file as its last.
+    const uint64_t pages = uint64_t{TIFFNumberOfDirectories(tiff)} + (DirectoryRead(tiff) ? 0 : 1);
+    if (index >= pages) return false;
+    NoteHandleChange(tiff);
+    if (TIFFFlush(tiff) != 1) return false;
+    const bool changed = TIFFSetDirectory(tiff, static_cast<tdir_t>(index)) != 0;
+    return AfterDirectoryChange(self, Noted(tiff, changed, true), headerOnly);
+}
+
 bool ReadDirectory(REALobject self, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
-    return AfterDirectoryChange(self, Noted(tiff, TIFFReadDirectory(tiff) != 0, true), headerOnly);
+    if (!RowsBeingWritten(tiff))
+        return AfterDirectoryChange(self, Noted(tiff, TIFFReadDirectory(tiff) != 0, true), headerOnly);
+    // A page begun for writing is the last: it has no next one.
+    if (!DirectoryRead(tiff)) return false;
+    return SelectAfterPendingRows(self, tiff, uint64_t{TIFFCurrentDirectory(tiff)} + 1, headerOnly);
 }
 
 // libtiff 4.5 takes 32-bit directory numbers and fails on 65536; the host's index is 16-bit.
@@ -39,6 +60,7 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     const auto directory = static_cast<uint16_t>(index);
+    if (RowsBeingWritten(tiff)) return SelectAfterPendingRows(self, tiff, directory, headerOnly);
     return AfterDirectoryChange(self, Noted(tiff, TIFFSetDirectory(tiff, directory) != 0, true), headerOnly);
 }
 

@@ -90,9 +90,9 @@ struct FieldShape {
     // InkNames: set with a count and the NUL-separated names, handed out as one char* only.
     bool inkNames = false;
     // A definition libtiff made itself for a tag met in a file, or one the program gave, before
-    // the current codec defined it: that codec's own setter and getter take the tag in their own form (old-style JPEG's
-    // offsets as uint64, LERC's parameters as ints, ...), not the definition's, and keep its
-    // value where the directory writer never looks.
+    // the current codec defined it: that codec's own setter and getter take the tag in their own form
+    // (old-style JPEG's offsets as uint64, LERC's parameters as ints, ...), not the definition's, and keep
+    // its value where the directory writer never looks.
     bool codecOwn = false;
 
     bool Known() const { return field != nullptr; }

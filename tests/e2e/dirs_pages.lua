@@ -101,6 +101,74 @@ T.group("Rewriting in place", function()
   end
 end)
 
+-- libtiff's directory readers left the last strip of a page being written in its buffer: those
+-- rows were lost, and the next row written into the other page was recorded past the end of its
+-- strip tables (the process stopped).
+T.group("Selecting another page while rows are being written", function()
+  -- A w x h picture whose every pixel is (seed + x, seed + y, seed) and its rows as RGB bytes.
+  local function picture(w, h, seed)
+    local p = NewPicture(w, h)
+    for y = 0, h - 1 do for x = 0, w - 1 do p:SetPixel(x, y, seed + x, seed + y, seed) end end
+    return p
+  end
+  local function rgb_rows(w, h, seed)
+    local out = {}
+    for y = 0, h - 1 do
+      for x = 0, w - 1 do out[#out + 1] = string.char(seed + x, seed + y, seed) end
+    end
+    return table.concat(out)
+  end
+  local function pages_as_written(t, sizes)
+    for i, size in ipairs(sizes) do
+      T.eq(t:SetImageIndex(i - 1, true), true)
+      T.eq(t:Scanlines(0, size[2]):Bytes(), rgb_rows(size[1], size[2], size[3]), "page " .. (i - 1))
+    end
+  end
+  T.test("a file opened with r+: both pages are written whole", function()
+    local copy = T.tmpfile("dirs_pending.tif")
+    local w = TiffPictureTQV()
+    T.truthy(w:Create(FolderItem(copy)))
+    for i, seed in ipairs({ 10, 20, 30 }) do
+      w.RowsPerStrip = 2
+      w.Pict = picture(5, 3, seed)
+      T.eq(w:WriteRGB(), true)
+      if i < 3 then T.eq(w:AddImage(), true) end
+    end
+    w:Close()
+    for _, select in ipairs({ "SetImageIndex", "NextImage" }) do
+      T.write_bytes(copy .. "." .. select, T.read_bytes(copy))
+      local t = TiffPictureTQV()
+      T.truthy(t:Open(FolderItem(copy .. "." .. select), "r+"))
+      T.eq(t:SetImageIndex(1, true), true)
+      t.Pict = picture(5, 3, 40) -- the second strip holds one row, pending when the page changes
+      T.eq(t:WriteRGB(), true)
+      if select == "SetImageIndex" then T.eq(t:SetImageIndex(0, true), true) else T.eq(t:NextImage(true), true) end
+      t.Pict = picture(5, 3, 50)
+      T.eq(t:WriteRGB(), true)
+      t:Close()
+      local r = H.opened(copy .. "." .. select)
+      T.eq(r:ImageCount(), 3)
+      local other = select == "SetImageIndex" and 0 or 2
+      pages_as_written(r, { { 5, 3, other == 0 and 50 or 10 }, { 5, 3, 40 }, { 5, 3, other == 2 and 50 or 30 } })
+    end
+  end)
+  T.test("in memory: the page being written is kept when the first is selected", function()
+    local t = TiffPictureTQV()
+    T.truthy(t:CreateString(0))
+    t.Pict = picture(4, 2, 60)
+    T.eq(t:WriteRGB(), true)
+    T.eq(t:AddImage(), true)
+    t.Pict = picture(6, 3, 70)
+    T.eq(t:WriteRGB(), true)
+    T.eq(t:SetImageIndex(0, true), true)
+    t:Close()
+    local r = TiffPictureTQV()
+    T.truthy(r:OpenString(t.OutputBuffer))
+    T.eq(r:ImageCount(), 2)
+    pages_as_written(r, { { 4, 2, 60 }, { 6, 3, 70 } })
+  end)
+end)
+
 T.group("FolderItem.OpenAsTiffTQV", function()
   T.test("false decodes the first image, true only loads its header", function()
     local full = FolderItem(path):OpenAsTiffTQV(false)
