@@ -100,8 +100,91 @@ void ForgetCodecTags(TIFF* tiff, uint16_t compression) {
     }
 }
 
+// The first variadic argument of a set, left unread in `ap` for the setter.
+template <typename T>
+T PeekArgument(va_list ap) {
+    va_list peek;
+    va_copy(peek, ap);
+    const T value = va_arg(peek, T);
+    va_end(peek);
+    return value;
+}
+
+int SetThroughDirectory(TIFF* tiff, uint32_t tag, ...) {
+    va_list ap;
+    va_start(ap, tag);
+    const int result = gDirectorySetField(tiff, tag, ap);
+    va_end(ap);
+    return result;
+}
+
+// libtiff writes SMinSampleValue and SMaxSampleValue only in the integer and floating-point
+// sample formats; with any other one its directory writer fails without a message, after an
+// image rewritten in place was already unlinked from the file.
+bool WritesSampleRange(uint16_t format) {
+    return format == SAMPLEFORMAT_UINT || format == SAMPLEFORMAT_INT || format == SAMPLEFORMAT_IEEEFP;
+}
+
+bool SampleRangeSet(TIFF* tiff) {
+    alignas(16) unsigned char scratch[16] = {};  // a double, or a pointer to one a sample
+    return TIFFGetField(tiff, TIFFTAG_SMINSAMPLEVALUE, scratch) == 1 ||
+           TIFFGetField(tiff, TIFFTAG_SMAXSAMPLEVALUE, scratch) == 1;
+}
+
+// libtiff refuses more extra samples than samples when ExtraSamples is set, but keeps them when
+// SamplesPerPixel falls below their number: the directory is written and never reads again.
+void FitExtraSamples(TIFF* tiff, uint16_t samples) {
+    uint16_t extra = 0;
+    const uint16_t* kinds = nullptr;
+    if (samples == 0 || TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &extra, &kinds) != 1 || extra <= samples)
+        return;
+    TIFFWarningExtR(
+        tiff, "SamplesPerPixel",
+        "SamplesPerPixel tag value is changing, but ExtraSamples holds more samples. Canceling it");
+    SetThroughDirectory(tiff, TIFFTAG_EXTRASAMPLES, 0, static_cast<uint16_t*>(nullptr));
+}
+
+// Rules for values that libtiff takes but its directory writer refuses, losing the directory.
+// Answers -1 to go on to the setter, else the set's result.
+int FitValue(TIFF* tiff, uint32_t tag, va_list ap) {
+    switch (tag) {
+        case TIFFTAG_SAMPLESPERPIXEL:
+            FitExtraSamples(tiff, static_cast<uint16_t>(PeekArgument<int>(ap)));  // read as uint16_vap
+            return -1;
+        case TIFFTAG_SAMPLEFORMAT:
+            if (!WritesSampleRange(static_cast<uint16_t>(PeekArgument<int>(ap))) && SampleRangeSet(tiff)) {
+                TIFFWarningExtR(tiff, "SampleFormat",
+                                "SampleFormat tag value is changing, but SMinSampleValue and SMaxSampleValue "
+                                "cannot be written with it. Canceling them");
+                TIFFUnsetField(tiff, TIFFTAG_SMINSAMPLEVALUE);
+                TIFFUnsetField(tiff, TIFFTAG_SMAXSAMPLEVALUE);
+            }
+            return -1;
+        case TIFFTAG_SMINSAMPLEVALUE:
+        case TIFFTAG_SMAXSAMPLEVALUE: {
+            uint16_t format = SAMPLEFORMAT_UINT;
+            TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &format);
+            if (WritesSampleRange(format)) return -1;
+            TIFFErrorExtR(tiff, "SampleFormat", "Sample value ranges cannot be written with SampleFormat %u",
+                          unsigned{format});
+            return 0;
+        }
+        case TIFFTAG_XPOSITION:
+        case TIFFTAG_YPOSITION: {
+            // The writer refuses a negative position ("Negative value is illegal"): 0, as the
+            // position properties set it.
+            const double position = PeekArgument<double>(ap);
+            if (position >= 0) return -1;
+            return SetThroughDirectory(tiff, tag, 0.0);
+        }
+        default:
+            return -1;
+    }
+}
+
 int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
     NoteHandleChange(tiff);
+    if (const int fitted = FitValue(tiff, tag, ap); fitted >= 0) return fitted;
     if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsDepth(tiff, ap)) {
         RefuseMapDepth(tiff);
         return 0;

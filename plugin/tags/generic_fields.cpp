@@ -7,6 +7,7 @@
 #include "bridge/text.h"
 #include "bridge/values.h"
 #include "session/tiff_data.h"
+#include "tags/color_map.h"
 #include "tags/field_text.h"
 #include "tags/tag_access.h"
 
@@ -68,10 +69,49 @@ bool SetInt(TIFF* tiff, uint32_t tag, int value) {
     }
 }
 
+// The BitsPerSample a codec's data format sets, 0 for none. The codecs set it behind the field
+// guard's back and carry on with their new format when it is refused: a colour map's guard
+// refusing it left rows of the new size read from buffers of the old one.
+uint16_t DepthOfCodecFormat(uint32_t tag, int value) {
+    if (tag == TIFFTAG_PIXARLOGDATAFMT) {
+        switch (value) {
+            case PIXARLOGDATAFMT_8BIT:
+            case PIXARLOGDATAFMT_8BITABGR:
+                return 8;
+            case PIXARLOGDATAFMT_11BITLOG:
+            case PIXARLOGDATAFMT_12BITPICIO:
+            case PIXARLOGDATAFMT_16BIT:
+                return 16;
+            case PIXARLOGDATAFMT_FLOAT:
+                return 32;
+            default:
+                return 0;
+        }
+    }
+    if (tag == TIFFTAG_SGILOGDATAFMT) {
+        switch (value) {
+            case SGILOGDATAFMT_FLOAT:
+            case SGILOGDATAFMT_RAW:
+                return 32;
+            case SGILOGDATAFMT_16BIT:
+                return 16;
+            case SGILOGDATAFMT_8BIT:
+                return 8;
+            default:
+                return 0;
+        }
+    }
+    return 0;
+}
+
 bool IntSetter(REALobject self, int32_t tag, int value) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     const auto utag = static_cast<uint32_t>(tag);
+    // Only where the codec in place knows the format: otherwise libtiff refuses the tag itself.
+    const uint16_t depth =
+        TIFFFindField(tiff, utag, TIFF_ANY) != nullptr ? DepthOfCodecFormat(utag, value) : 0;
+    if (depth != 0 && !DepthFitsColorMap(tiff, depth)) return false;
     const bool set = SetInt(tiff, utag, value);
     if (set && SetsCodecFormat(utag)) NoteLayoutSetUp(tiff);
     return set;

@@ -171,4 +171,76 @@ T.group("Memory-block forms", function()
   end)
 end)
 
+-- Values libtiff takes but cannot write into a directory: the directory was lost (an image
+-- rewritten in place was already unlinked from its file), or libtiff read past its arrays.
+T.group("Values libtiff could not write back", function()
+  local function watched(t)
+    local errors, warnings = {}, {}
+    t.Error = function(_, _, message) errors[#errors + 1] = tostring(message) end
+    t.Warning = function(_, _, message) warnings[#warnings + 1] = tostring(message) end
+    return errors, warnings
+  end
+  -- The first page of an in-memory TIFF written by `setup` and one row of zeros.
+  local function written(setup)
+    local t = TiffPictureTQV()
+    T.truthy(t:CreateString(0))
+    local errors, warnings = watched(t)
+    t.Width, t.Height, t.BitsPerSample, t.Photometric = 3, 1, 8, 1
+    setup(t)
+    assign(t, "Scanline", MemoryBlock(t.BytesPerRow), 0)
+    T.eq(t:AddImage(), true, "the directory is written")
+    t:Close()
+    local back = TiffPictureTQV()
+    T.eq(back:OpenString(t.OutputBuffer), true, "and reads again")
+    return back, errors, warnings
+  end
+  T.test("fewer samples than extra samples: the extra samples go, with a warning", function()
+    local back, errors, warnings = written(function(t)
+      t.SamplesPerPixel = 3
+      local kinds = MemoryBlock(6) -- three unspecified extra samples
+      t.ExtraSamples = kinds
+      t.SamplesPerPixel = 1
+      T.eq(t.ExtraSamples, nil)
+    end)
+    T.eq(back.SamplesPerPixel, 1)
+    T.eq(#errors, 0)
+    T.truthy(warnings[1] and warnings[1]:find("ExtraSamples", 1, true), "warning")
+  end)
+  T.test("negative or unknown positions through the generic setters become 0", function()
+    local back = written(function(t)
+      T.eq(t:SetFieldDouble(286, -1), true)
+      T.eq(t:SetFieldSingle(287, 0 / 0), true)
+      T.eq(t.HorizontalPosition, 0); T.eq(t.VerticalPosition, 0)
+    end)
+    T.eq(back.HorizontalPosition, 0); T.eq(back.VerticalPosition, 0)
+  end)
+  T.test("sample value ranges and a sample format that cannot hold them", function()
+    local path = T.tmpfile("fields_sample_range.tif")
+    T.write_bytes(path, T.read_bytes(T.testdata("pillow/16_bit_noise.tif")))
+    local t = TiffPictureTQV()
+    local errors, warnings = watched(t)
+    T.truthy(t:Open(FolderItem(path), "r+"))
+    T.eq(t:SetFieldInteger(339, 4), true, "SampleFormat void")
+    T.truthy(warnings[1] and warnings[1]:find("SMinSampleValue", 1, true), "the ranges go, with a warning")
+    T.eq(t:RewriteDirectory(), true)
+    T.eq(#errors, 0)
+    t:Close()
+    T.eq(H.opened(path):GetFieldInteger(339, Ref(0)), true, "the file reads again")
+  end)
+  T.test("a codec's data format of another depth than a colour map's is refused", function()
+    local t = TiffPictureTQV()
+    T.truthy(t:CreateString(0))
+    local errors = watched(t)
+    t.Width, t.Height, t.BitsPerSample, t.Photometric = 4, 1, 8, 3
+    local map = MemoryBlock(512)
+    T.eq(t:SetColorMap(map, map, map), true)
+    t.Compression = 32909 -- PixarLog
+    T.eq(t:SetFieldInteger(65549, 5), false, "32-bit floats")
+    T.truthy(errors[1] and errors[1]:find("colour map", 1, true), "message")
+    T.eq(t.BitsPerSample, 8)
+    T.eq(t.BytesPerRow, 4, "rows keep their size")
+    T.eq(t:SetFieldInteger(65549, 0), true, "8-bit data keeps the depth")
+  end)
+end)
+
 T.finish()
