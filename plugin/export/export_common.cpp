@@ -132,7 +132,7 @@ bool ClearOtherSampleTags(TIFF* tiff, bool noExtraSamples) {
 bool WriteRows(const ExportPass& pass, PictureReader& reader) {
     // Row 0 must be one libtiff can take next; the rows after it follow in order.
     if (!ScanlineWritable(pass.tiff, 0, 0)) return false;
-    NoteRowsWritten(pass.tiff);
+    BeginRows(pass.tiff);
     for (int32_t y = 0; y < reader.height; ++y) {
         pass.convert(pass.buffer, reader.rowPointer, reader.width);
         if (!StillWritable(pass.record, pass.tiff, pass.bufferBytes)) return false;

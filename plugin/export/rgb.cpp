@@ -273,7 +273,7 @@ bool WriteOpaque(const Session& s) {
     const bool cleared = ClearOtherSampleTags(tiff, true);
     const bool tagged = ApplyTags(tiff, kOpaqueTags, shape) && cleared;
     if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
-    NoteRowsWritten(tiff);
+    BeginRows(tiff);
     const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
     for (int32_t y = 0; y < reader.height; ++y) {
         convert(row.memory.get(), reader.rowPointer, reader.width);
@@ -296,7 +296,7 @@ bool WriteMasked(const Session& s) {
     const bool cleared = ClearOtherSampleTags(tiff, false);
     const bool tagged = ApplyTags(tiff, kMaskedTags, shape) && cleared;
     if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
-    NoteRowsWritten(tiff);
+    BeginRows(tiff);
     const RowConverter colour = ConvertersFor(picture.pixelType).colour;
     const RowConverter alpha = ConvertersFor(mask.pixelType).alpha;
     for (int32_t y = 0; y < picture.height; ++y) {

@@ -48,6 +48,24 @@ bool StripTablesHold(TIFF* tiff, uint64_t strips) {
     return beyond != 0 && last == 0;
 }
 
+void BeginRows(TIFF* tiff) {
+    // libtiff's JPEG encoder keeps the tables of a directory read from the file and writes strips
+    // that refer to them while it quantises with tables of its own: the new rows decoded with the
+    // old image's tables, in other colours. Tables of eight zero bytes make it build them anew.
+    if (!RowsBeingWritten(tiff) && DirectoryRead(tiff) && TIFFGetMode(tiff) != O_RDONLY) {
+        uint16_t compression = COMPRESSION_NONE;
+        TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+        uint32_t count = 0;
+        void* tables = nullptr;
+        if (compression == COMPRESSION_JPEG && TIFFGetField(tiff, TIFFTAG_JPEGTABLES, &count, &tables) == 1 &&
+            count > 0) {
+            static const uint8_t kRenew[8] = {};
+            TIFFSetField(tiff, TIFFTAG_JPEGTABLES, uint32_t{sizeof kRenew}, kRenew);
+        }
+    }
+    NoteRowsWritten(tiff);
+}
+
 bool ScanlineWritable(TIFF* tiff, uint32_t index, uint16_t sample) {
     // libtiff refuses scanlines of tiles, and every row of a file opened for reading, itself.
     if (TIFFIsTiled(tiff) || TIFFGetMode(tiff) == O_RDONLY) return true;
@@ -60,7 +78,7 @@ bool ScanlineWritable(TIFF* tiff, uint32_t index, uint16_t sample) {
 int WriteScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample) {
     sample = CodecSample(tiff, sample);
     if (!ScanlineWritable(tiff, index, sample)) return -1;
-    NoteRowsWritten(tiff);
+    BeginRows(tiff);
     return TIFFWriteScanline(tiff, row, index, sample);
 }
 

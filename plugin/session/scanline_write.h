@@ -33,6 +33,10 @@ bool ScanlineWritable(TIFF* tiff, uint32_t index, uint16_t sample);
 // entries. A directory that has none yet gets them sized by its first row.
 bool StripTablesHold(TIFF* tiff, uint64_t strips);
 
+// Notes that rows are being written into the current directory (NoteRowsWritten), after readying
+// the codec of a directory read from the file for new rows. Called before rows are written.
+void BeginRows(TIFF* tiff);
+
 // ScanlineWritable, then libtiff's TIFFWriteScanline: 1 written, -1 not.
 int WriteScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample);
 
