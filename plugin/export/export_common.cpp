@@ -125,7 +125,7 @@ bool ClearOtherSampleTags(TIFF* tiff, bool noExtraSamples) {
     uint16_t extra = 0;
     const uint16_t* kinds = nullptr;
     if (noExtraSamples && TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &extra, &kinds) == 1 && extra > 0)
-        ok = TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 0, nullptr) == 1 && ok;
+        ok = TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 0, static_cast<uint16_t*>(nullptr)) == 1 && ok;
     return ok;
 }
 

@@ -51,16 +51,16 @@ uint16_t TagOr(TIFF* tiff, ttag_t tag, uint16_t fallback);
 // TIFFScanlineSize as a host-sized count: 0 when libtiff fails or a host integer cannot count it.
 int64_t ScanlineBytes64(TIFF* tiff);
 
-// The start every export shares: `object` becomes the message target; its Pict is locked in
-// `reader`, then the host may run (a yield). The session's TIFF after that, or nil when nothing
-// is open, Pict is nil or cannot be locked, host code closed the file meanwhile, or the directory
-// cannot take the picture's rows (ReadyForRows: an Error event, before any tag is set).
 // What the grey and bilevel exports keep of a directory that holds them: the height (WriteBW;
 // else the picture's) and the depth (else `unsetDepth`).
 struct KeptLayout {
     bool height;
     uint16_t unsetDepth;
 };
+// The start every export shares: `object` becomes the message target; its Pict is locked in
+// `reader`, then the host may run (a yield). The session's TIFF after that, or nil when nothing
+// is open, Pict is nil or cannot be locked, host code closed the file meanwhile, or the directory
+// cannot take the picture's rows (ReadyForRows: an Error event, before any tag is set).
 TIFF* BeginExport(REALobject object, PictureReader& reader, KeptLayout kept);
 // Whether the current directory can take `height` rows of `depth` bits a sample as scanlines,
 // checked before an export sets any tag; false with an Error event for a file opened for

@@ -43,6 +43,16 @@ bool FillBlock(REALmemoryBlock block, const uint16_t* values, int64_t bytes) {
 TIFFVSetMethod gDirectorySetField = nullptr;
 TIFFExtendProc gParentExtender = nullptr;
 
+// The first variadic argument of a set, left unread in `ap` for the setter.
+template <typename T>
+T PeekArgument(va_list ap) {
+    va_list peek;
+    va_copy(peek, ap);
+    const T value = va_arg(peek, T);
+    va_end(peek);
+    return value;
+}
+
 bool ColorMapSet(TIFF* tiff) {
     const uint16_t *r = nullptr, *g = nullptr, *b = nullptr;
     return TIFFGetField(tiff, TIFFTAG_COLORMAP, &r, &g, &b) == 1;
@@ -57,11 +67,7 @@ bool KeepsDepth(TIFF* tiff, uint16_t bits) {
 // Whether a BitsPerSample assignment (the variadic value still unread in `ap`) keeps the depth the
 // colour map or transfer function was sized for.
 bool KeepsDepth(TIFF* tiff, va_list ap) {
-    va_list peek;
-    va_copy(peek, ap);
-    const auto bits = static_cast<uint16_t>(va_arg(peek, int));  // libtiff reads it as uint16_vap
-    va_end(peek);
-    return KeepsDepth(tiff, bits);
+    return KeepsDepth(tiff, static_cast<uint16_t>(PeekArgument<int>(ap)));  // read as uint16_vap
 }
 
 void RefuseMapDepth(TIFF* tiff) {
@@ -81,11 +87,7 @@ bool LeavesOldJpeg(TIFF* tiff, va_list ap) {
     uint16_t current = 0;
     TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &current);
     if (current != COMPRESSION_OJPEG) return false;
-    va_list peek;
-    va_copy(peek, ap);
-    const auto compression = static_cast<uint16_t>(va_arg(peek, int));  // read as uint16_vap
-    va_end(peek);
-    return compression != COMPRESSION_OJPEG;
+    return static_cast<uint16_t>(PeekArgument<int>(ap)) != COMPRESSION_OJPEG;  // read as uint16_vap
 }
 
 // libtiff 4.5 leaves the tags a codec kept in its own state marked as set when the compression
@@ -98,16 +100,6 @@ void ForgetCodecTags(TIFF* tiff, uint16_t compression) {
         // custom value of the directory's own, which stays.
         if (IsCodecDefinition(TIFFFindField(tiff, tag, TIFF_ANY))) TIFFUnsetField(tiff, tag);
     }
-}
-
-// The first variadic argument of a set, left unread in `ap` for the setter.
-template <typename T>
-T PeekArgument(va_list ap) {
-    va_list peek;
-    va_copy(peek, ap);
-    const T value = va_arg(peek, T);
-    va_end(peek);
-    return value;
 }
 
 int SetThroughDirectory(TIFF* tiff, uint32_t tag, ...) {
