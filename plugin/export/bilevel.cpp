@@ -186,17 +186,18 @@ bool WriteBW(REALobject object) {
     TIFF* tiff = BeginExport(object, reader, KeptLayout{true, 1});
     if (tiff == nullptr) return false;
     TiffData* record = TiffDataOf(object);
+    ReadDirectoryUndo undo(tiff);
     const bool tagged = Tag(tiff, static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height));
     // The rows are packed from the picture's width, but libtiff takes a whole scanline of the
     // image's tags from the buffer: a caller's wider image or deeper samples are padded with zeros.
     const int64_t scanline = ScanlineBytes64(tiff);
     const int64_t bytes = std::max(int64_t{reader.width} + 10, scanline);
     const ClearMemoryPtr<uint8_t> buffer(static_cast<uint8_t*>(AllocateClearMemory(bytes)));
-    if (scanline < 1 || !tagged || buffer == nullptr) return false;
+    if (scanline < 1 || !tagged || buffer == nullptr) return undo.Finish(false);
     const PixelRowConverter pack = ChoosePacker(reader.pixelType, TagOr(tiff, TIFFTAG_FILLORDER, 1),
                                                 TagOr(tiff, TIFFTAG_PHOTOMETRIC, 1));
     if (pack == nullptr) return true;
-    return WriteRows({object, record, tiff, buffer.get(), bytes, pack, true}, reader);
+    return undo.Finish(WriteRows({object, record, tiff, buffer.get(), bytes, pack, true, undo}, reader));
 }
 
 }  // namespace tqv

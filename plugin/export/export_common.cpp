@@ -115,6 +115,18 @@ bool ReadyForRows(TIFF* tiff, uint32_t height, uint16_t depth) {
     return DepthFitsColorMap(tiff, depth);
 }
 
+ReadDirectoryUndo::ReadDirectoryUndo(TIFF* tiff)
+    : tiff_(DirectoryRead(tiff) && !RowsBeingWritten(tiff) ? tiff : nullptr),
+      index_(tiff_ != nullptr ? TIFFCurrentDirectory(tiff) : 0) {}
+
+bool ReadDirectoryUndo::Finish(bool written) {
+    if (written || tiff_ == nullptr) return written;
+    // The directory in memory was never written: the file still holds it as it was read.
+    NoteHandleChange(tiff_);
+    if (TIFFSetDirectory(tiff_, index_) == 1) NoteDirectoryChanged(tiff_, true);
+    return false;
+}
+
 bool ClearOtherSampleTags(TIFF* tiff, bool noExtraSamples) {
     bool ok = true;
     uint16_t format = SAMPLEFORMAT_UINT;
@@ -137,6 +149,7 @@ bool WriteRows(const ExportPass& pass, PictureReader& reader) {
         pass.convert(pass.buffer, reader.rowPointer, reader.width);
         if (!StillWritable(pass.record, pass.tiff, pass.bufferBytes)) return false;
         if (TIFFWriteScanline(pass.tiff, pass.buffer, static_cast<uint32_t>(y), 0) != 1) return false;
+        pass.undo.RowTaken();
         reader.AddPixelRow();
         if (pass.clearAfterRow) ClearMemory(pass.buffer, reader.width);
         if (!YieldDuringRows(pass.self, pass.record, pass.tiff) && y + 1 < reader.height) return false;

@@ -70,6 +70,25 @@ TIFF* BeginExport(REALobject object, PictureReader& reader, KeptLayout kept);
 // depth (its guard would refuse the depth halfway through the tags). Refused first, the
 // directory stays as it was read.
 bool ReadyForRows(TIFF* tiff, uint32_t height, uint16_t depth);
+// What an export set in a directory read from the file, undone when the export fails before
+// libtiff took its first row: the directory is read again from the file, with everything set in
+// it since (by the program too). Left set, Close wrote the new size and layout over the old
+// image's strips, or could not write the directory at all (a codec without an encoder, such as
+// old-style JPEG, refuses both the rows and its own tags), and the file no longer read. Armed
+// only for a directory read from the file with no rows pending; once a row is taken, the rows
+// may already be in the file and the export's failure stands as it is.
+class ReadDirectoryUndo {
+  public:
+    explicit ReadDirectoryUndo(TIFF* tiff);
+    void RowTaken() { tiff_ = nullptr; }
+    // `written`, after reading the directory again when the export failed with no row taken.
+    bool Finish(bool written);
+
+  private:
+    TIFF* tiff_;
+    tdir_t index_;
+};
+
 // Tags about samples that the exports do not write, which a directory read from a file (or the
 // program) may hold: a floating-point or complex SampleFormat becomes unsigned integer, and with
 // `noExtraSamples` (the exports that set SamplesPerPixel themselves) ExtraSamples becomes empty:
@@ -96,6 +115,7 @@ struct ExportPass {
     PixelRowConverter convert;
     // Bilevel rows are or-ed into the buffer, which is zeroed again after every row.
     bool clearAfterRow;
+    ReadDirectoryUndo& undo;
 };
 
 // Writes the picture's rows from the top, one scanline each, yielding after every row. False as

@@ -90,7 +90,7 @@ bool Tag(TIFF* tiff, uint32_t width, uint32_t height, uint16_t& depth) {
 // One pass over the picture's rows. A layout this system does not know, or a row buffer that
 // cannot be had, writes nothing and answers true, as it always has.
 bool WritePass(REALobject object, TiffData* record, TIFF* tiff, PictureReader& reader, bool sixteen,
-               bool inverted) {
+               bool inverted, ReadDirectoryUndo& undo) {
     const PixelRowConverter convert = ChooseConverter(reader.pixelType, sixteen, inverted);
     if (convert == nullptr) return true;
     // libtiff takes a whole scanline of the image's tags from the buffer: a caller's deeper
@@ -99,7 +99,7 @@ bool WritePass(REALobject object, TiffData* record, TIFF* tiff, PictureReader& r
     const int64_t bytes = std::max(rowBytes, ScanlineBytes64(tiff));
     const ClearMemoryPtr<uint8_t> buffer(static_cast<uint8_t*>(AllocateClearMemory(bytes)));
     if (buffer == nullptr) return true;
-    return WriteRows({object, record, tiff, buffer.get(), bytes, convert, false}, reader);
+    return WriteRows({object, record, tiff, buffer.get(), bytes, convert, false, undo}, reader);
 }
 
 }  // namespace
@@ -109,12 +109,14 @@ bool WriteGray(REALobject object) {
     TIFF* tiff = BeginExport(object, reader, KeptLayout{false, 8});
     if (tiff == nullptr) return false;
     TiffData* record = TiffDataOf(object);
+    ReadDirectoryUndo undo(tiff);
     uint16_t depth = 8;
     if (!Tag(tiff, static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), depth))
-        return false;
+        return undo.Finish(false);
     uint16_t photometric = PHOTOMETRIC_MINISBLACK;
     TIFFGetFieldDefaulted(tiff, TIFFTAG_PHOTOMETRIC, &photometric);
-    return WritePass(object, record, tiff, reader, depth == 16, photometric != PHOTOMETRIC_MINISBLACK);
+    return undo.Finish(
+        WritePass(object, record, tiff, reader, depth == 16, photometric != PHOTOMETRIC_MINISBLACK, undo));
 }
 
 }  // namespace tqv

@@ -255,9 +255,28 @@ struct RowBuffer {
 
 // Row y into `tiff`, the handle the write started with, while host code run by a yield has left
 // it in place and its scanlines still fit the buffer.
-bool WriteRow(const Session& s, TIFF* tiff, const RowBuffer& row, int32_t y) {
+bool WriteRow(const Session& s, TIFF* tiff, const RowBuffer& row, int32_t y, ReadDirectoryUndo& undo) {
     if (!StillWritable(s.record, tiff, row.bytes)) return false;
-    return TIFFWriteScanline(tiff, row.memory.get(), static_cast<uint32_t>(y), 0) == 1;
+    if (TIFFWriteScanline(tiff, row.memory.get(), static_cast<uint32_t>(y), 0) != 1) return false;
+    undo.RowTaken();
+    return true;
+}
+
+bool WriteOpaqueRows(const Session& s, TIFF* tiff, PictureReader& reader, ReadDirectoryUndo& undo) {
+    const RowBuffer row(reader.width);
+    const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
+    const bool cleared = ClearOtherSampleTags(tiff, true);
+    const bool tagged = ApplyTags(tiff, kOpaqueTags, shape) && cleared;
+    if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
+    BeginRows(tiff);
+    const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
+    for (int32_t y = 0; y < reader.height; ++y) {
+        convert(row.memory.get(), reader.rowPointer, reader.width);
+        if (!WriteRow(s, tiff, row, y, undo)) return false;
+        reader.AddPixelRow();
+        if (!YieldDuringRows(s.self, s.record, tiff) && y + 1 < reader.height) return false;
+    }
+    return true;
 }
 
 bool WriteOpaque(const Session& s) {
@@ -268,29 +287,12 @@ bool WriteOpaque(const Session& s) {
     // The yield may have run host code that closed the file.
     TIFF* tiff = s.record->tiff;
     if (tiff == nullptr || !ReadyForRows(tiff, static_cast<uint32_t>(reader.height), 8)) return false;
-    const RowBuffer row(reader.width);
-    const ImageShape shape{static_cast<uint32_t>(reader.width), static_cast<uint32_t>(reader.height), 3};
-    const bool cleared = ClearOtherSampleTags(tiff, true);
-    const bool tagged = ApplyTags(tiff, kOpaqueTags, shape) && cleared;
-    if (!tagged || row.memory == nullptr || !ScanlineWritable(tiff, 0, 0)) return false;
-    BeginRows(tiff);
-    const RowConverter convert = ConvertersFor(reader.pixelType).opaque;
-    for (int32_t y = 0; y < reader.height; ++y) {
-        convert(row.memory.get(), reader.rowPointer, reader.width);
-        if (!WriteRow(s, tiff, row, y)) return false;
-        reader.AddPixelRow();
-        if (!YieldDuringRows(s.self, s.record, tiff) && y + 1 < reader.height) return false;
-    }
-    return true;
+    ReadDirectoryUndo undo(tiff);
+    return undo.Finish(WriteOpaqueRows(s, tiff, reader, undo));
 }
 
-bool WriteMasked(const Session& s) {
-    PictureReader picture, mask;
-    if (!picture.GetPictureReader(s.record->Pict)) return false;
-    if (!mask.GetPictureReader(s.record->Mask)) return false;
-    if (picture.width != mask.width || picture.height != mask.height) return false;
-    TIFF* tiff = s.record->tiff;
-    if (!ReadyForRows(tiff, static_cast<uint32_t>(picture.height), 8)) return false;
+bool WriteMaskedRows(const Session& s, TIFF* tiff, PictureReader& picture, PictureReader& mask,
+                     ReadDirectoryUndo& undo) {
     const RowBuffer row(picture.width);
     const ImageShape shape{static_cast<uint32_t>(picture.width), static_cast<uint32_t>(picture.height), 4};
     const bool cleared = ClearOtherSampleTags(tiff, false);
@@ -302,12 +304,23 @@ bool WriteMasked(const Session& s) {
     for (int32_t y = 0; y < picture.height; ++y) {
         colour(row.memory.get(), picture.rowPointer, picture.width);
         alpha(row.memory.get(), mask.rowPointer, mask.width);
-        if (!WriteRow(s, tiff, row, y)) return false;
+        if (!WriteRow(s, tiff, row, y, undo)) return false;
         picture.AddPixelRow();
         mask.AddPixelRow();
         if (!YieldDuringRows(s.self, s.record, tiff) && y + 1 < picture.height) return false;
     }
     return true;
+}
+
+bool WriteMasked(const Session& s) {
+    PictureReader picture, mask;
+    if (!picture.GetPictureReader(s.record->Pict)) return false;
+    if (!mask.GetPictureReader(s.record->Mask)) return false;
+    if (picture.width != mask.width || picture.height != mask.height) return false;
+    TIFF* tiff = s.record->tiff;
+    if (!ReadyForRows(tiff, static_cast<uint32_t>(picture.height), 8)) return false;
+    ReadDirectoryUndo undo(tiff);
+    return undo.Finish(WriteMaskedRows(s, tiff, picture, mask, undo));
 }
 
 }  // namespace

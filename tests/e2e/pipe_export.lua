@@ -341,6 +341,47 @@ T.group("Exports into an image read from the file", function()
     T.expect_pixels(a.Pict, picture.Width, picture.Height, function(x, y) return b.Pict:Pixel(x, y) end, "rewritten")
     T.eq(#errors, 0)
   end)
+  -- libtiff fails such an export at its first row, after the new size and layout were set:
+  -- Close then wrote them over the old image, or could not write the directory at all, and the
+  -- file no longer opened.
+  local refusals = {
+    { file = "image-tiff/libtiffpic/smallliz.tif", exports = { "WriteRGB", "WriteRGB with a mask", "WriteGray" },
+      message = "OJPEG encoding not supported" },
+    { file = "image-tiff/libtiffpic/text.tif", exports = { "WriteBW", "WriteGray" },
+      message = "ThunderScan scanline encoding is not implemented" },
+  }
+  for _, case in ipairs(refusals) do
+    T.test("a codec without an encoder (" .. case.file:match("[^/]+$") .. "): false; the file reads as before",
+      function()
+        local original = TiffPictureTQV()
+        T.eq(original:Open(FolderItem(T.testdata(case.file))), true)
+        T.eq(original:ReadRGB(), true)
+        for _, export in ipairs(case.exports) do
+          local path = P.path("no_encoder.tif")
+          T.write_bytes(path, T.read_bytes(T.testdata(case.file)))
+          local t, errors = rewrite(path)
+          t.Software = "set before the export"
+          -- The image's size keeps its number of strips.
+          t.Pict = ramp(original.Width, original.Height, 0)
+          if export == "WriteRGB with a mask" then t.Mask = ramp(original.Width, original.Height, 9) end
+          T.eq(t[export:match("^%a+")](t), false, export)
+          T.truthy(table.concat(errors, "\n"):find(case.message, 1, true), export .. ": message")
+          -- The directory is the file's again, without what was set in it since.
+          T.eq(t.Width, original.Width, export .. ": width")
+          T.eq(tostring(t.Software), tostring(original.Software), export .. ": software")
+          local reported = #errors
+          t:Close()
+          T.eq(#errors, reported, export .. ": no error at Close")
+          local after = TiffPictureTQV()
+          T.eq(after:Open(FolderItem(path)), true, export .. ": opens")
+          T.eq(after:ReadRGB(), true, export .. ": reads")
+          T.expect_pixels(after.Pict, original.Width, original.Height,
+            function(x, y) return original.Pict:Pixel(x, y) end, export)
+          after:Close()
+        end
+        original:Close()
+      end)
+  end
   T.test("the same number of strips: the picture replaces the image", function()
     local path = grey_file(6, 10, 5)
     local t, errors = rewrite(path)
