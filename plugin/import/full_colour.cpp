@@ -201,17 +201,25 @@ void StoreDirect(TiffData* record, DirectPictures pictures, REALobject self) {
     AfterRow(self, record);
 }
 
+// An Error or Warning handler that closed the session while libtiff decoded (a warning leaves the
+// decode going) ends the read with false, as it ends any operation.
 bool ReadInto(TiffData* record, uint32_t step, REALobject self) {
-    if (!RowsReadable(record->tiff, "TIFFRGBAImageBegin")) return false;
+    TIFF* const tiff = record->tiff;
+    if (!RowsReadable(tiff, "TIFFRGBAImageBegin")) return false;
     if (step == 1 && DirectPathEnabled()) {
         DirectPictures pictures;
-        if (ReadDirect(record->tiff, pictures)) {
+        const bool read = ReadDirect(tiff, pictures);
+        if (record->tiff != tiff) {
+            const PictureRef unused[] = {PictureRef::Steal(pictures.mask), PictureRef::Steal(pictures.pict)};
+            return false;
+        }
+        if (read) {
             StoreDirect(record, pictures, self);
             return true;
         }
     }
     Raster raster;
-    if (!Decode(record->tiff, raster)) return false;
+    if (!Decode(tiff, raster) || record->tiff != tiff) return false;
     AfterRow(self, record);
     const Sampling sampling = Sampling::Of(raster.View(), step);
     Store(record->Mask, BuildPicture(raster.View(), sampling, Kind::Mask, self, record));

@@ -13,6 +13,9 @@
 namespace tqv {
 namespace {
 
+// The opens in progress, innermost first.
+Opening* gOpenings = nullptr;
+
 void CloseNow(void* tiff) {
     TIFFClose(static_cast<TIFF*>(tiff));
 }
@@ -22,7 +25,7 @@ void CloseNow(void* tiff) {
 // lets go of it at once and libtiff closes it when the outermost plugin call returns.
 void CloseHandle(TiffData* record) {
     TIFF* tiff = std::exchange(record->tiff, nullptr);
-    if (tiff == nullptr) return;
+    if (tiff == nullptr) return Opening::CloseAsked(record);
     if (gMessageHandlerDepth == 0) return CloseNow(tiff);
     try {
         gDeferredWork.push_back({CloseNow, tiff, record});
@@ -42,8 +45,8 @@ bool OpenPath(TiffData* record, REALfolderItem file, const char* mode) {
     rbPath path(file);
     const char* unixPath = path.GetUnixPath();
     if (unixPath == nullptr) return false;
-    record->tiff = OpenBoundedFile(unixPath, mode);
-    return record->tiff != nullptr;
+    Opening opening(record);
+    return opening.Keep(OpenBoundedFile(unixPath, mode));
 }
 
 const char* CreateMode(int32_t endian) {
@@ -58,6 +61,24 @@ const char* CreateMode(int32_t endian) {
 }
 
 }  // namespace
+
+Opening::Opening(TiffData* record) : record_(record), outer_(std::exchange(gOpenings, this)) {}
+
+Opening::~Opening() {
+    gOpenings = outer_;
+}
+
+bool Opening::Keep(TIFF* tiff) {
+    // libtiff has returned: the handle is nobody else's yet.
+    if (tiff != nullptr && closeAsked_) TIFFClose(std::exchange(tiff, nullptr));
+    record_->tiff = tiff;
+    return tiff != nullptr;
+}
+
+void Opening::CloseAsked(const TiffData* record) {
+    for (Opening* opening = gOpenings; opening != nullptr; opening = opening->outer_)
+        if (opening->record_ == record) opening->closeAsked_ = true;
+}
 
 bool OpenTiff2(REALobject self, REALfolderItem file, REALstring mode) {
     TiffData* record = TiffDataOf(self);

@@ -2,9 +2,33 @@
 #ifndef TQV_SESSION_OPEN_CLOSE_H
 #define TQV_SESSION_OPEN_CLOSE_H
 
+#include <tiffio.h>
 #include <tqv/plugin_abi.h>
 
 namespace tqv {
+
+struct TiffData;
+
+// An open in progress on a session. A Close that an Error or Warning handler asks for while
+// libtiff opens the file finds no handle to let go of yet; it is kept here, and Keep then closes
+// the new handle instead of keeping it: the open gives false, as any operation whose session a
+// handler closed, and the program's Close is not lost.
+class Opening {
+  public:
+    explicit Opening(TiffData* record);
+    ~Opening();
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+    // The session's handle becomes `tiff` unless a Close was asked meanwhile; true when it holds one.
+    bool Keep(TIFF* tiff);
+    // Notes a Close asked for `record` while it has no handle.
+    static void CloseAsked(const TiffData* record);
+
+  private:
+    TiffData* record_;
+    Opening* outer_;
+    bool closeAsked_ = false;
+};
 
 // "Open(file as folderitem) as boolean": mode "r".
 bool OpenTiff1(REALobject self, REALfolderItem file);

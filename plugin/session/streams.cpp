@@ -14,6 +14,7 @@
 #include "import/full_colour.h"
 #include "picture/composition.h"
 #include "session/messages.h"
+#include "session/open_close.h"
 #include "session/open_limits.h"
 #include "session/tiff_data.h"
 
@@ -168,8 +169,8 @@ bool OpenStringWithMode(TiffData* record, REALstring data, const char* mode) {
     record->inputData = new rbData(data);
     record->streamSize = Low32(static_cast<uint64_t>(std::max(record->inputData->Length(), 0)));
     record->streamPosition = 0;
-    record->tiff = OpenReadStream(record, mode);
-    return record->tiff != nullptr;
+    Opening opening(record);
+    return opening.Keep(OpenReadStream(record, mode));
 }
 
 bool CreateWithMode(REALobject self, int32_t size, const char* mode) {
@@ -182,9 +183,9 @@ bool CreateWithMode(REALobject self, int32_t size, const char* mode) {
     record->outputCapacity = static_cast<int32_t>(getHandleSize(record->outputHandle));
     record->streamPosition = 0;
     record->outputLength = 0;
-    record->tiff = OpenBoundedClient(kStreamName, mode, record, ReadWrite, WriteWrite, SeekWrite, CloseStream,
-                                     SizeWrite, MapStream, UnmapStream);
-    return record->tiff != nullptr;
+    Opening opening(record);
+    return opening.Keep(OpenBoundedClient(kStreamName, mode, record, ReadWrite, WriteWrite, SeekWrite,
+                                          CloseStream, SizeWrite, MapStream, UnmapStream));
 }
 
 }  // namespace

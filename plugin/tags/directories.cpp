@@ -21,11 +21,13 @@ bool Noted(TIFF* tiff, bool changed, bool read) {
     return changed;
 }
 
-// The decode's own result is not the method's: the directory did change.
-bool AfterDirectoryChange(REALobject self, bool changed, bool headerOnly) {
-    if (!changed) return false;
+// The decode's own result is not the method's: the directory did change. A handler that closed
+// the session meanwhile (libtiff reading the directory or the image raised its message) ends the
+// selection with false, as it ends any operation.
+bool AfterDirectoryChange(REALobject self, TIFF* tiff, bool changed, bool headerOnly) {
+    if (!changed || OpenTiffOf(self) != tiff) return false;
     if (!headerOnly) ReadRGB(self);
-    return true;
+    return OpenTiffOf(self) == tiff;
 }
 
 // libtiff's directory readers leave the strip still waiting in its buffer: the last rows of a
@@ -42,14 +44,14 @@ bool SelectAfterPendingRows(REALobject self, TIFF* tiff, uint64_t index, bool he
     NoteHandleChange(tiff);
     if (TIFFFlush(tiff) != 1) return false;
     const bool changed = TIFFSetDirectory(tiff, static_cast<tdir_t>(index)) != 0;
-    return AfterDirectoryChange(self, Noted(tiff, changed, true), headerOnly);
+    return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
 }
 
 bool ReadDirectory(REALobject self, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     if (!RowsBeingWritten(tiff))
-        return AfterDirectoryChange(self, Noted(tiff, TIFFReadDirectory(tiff) != 0, true), headerOnly);
+        return AfterDirectoryChange(self, tiff, Noted(tiff, TIFFReadDirectory(tiff) != 0, true), headerOnly);
     // A page begun for writing is the last: it has no next one.
     if (!DirectoryRead(tiff)) return false;
     return SelectAfterPendingRows(self, tiff, uint64_t{TIFFCurrentDirectory(tiff)} + 1, headerOnly);
@@ -61,7 +63,8 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     if (tiff == nullptr) return false;
     const auto directory = static_cast<uint16_t>(index);
     if (RowsBeingWritten(tiff)) return SelectAfterPendingRows(self, tiff, directory, headerOnly);
-    return AfterDirectoryChange(self, Noted(tiff, TIFFSetDirectory(tiff, directory) != 0, true), headerOnly);
+    return AfterDirectoryChange(self, tiff, Noted(tiff, TIFFSetDirectory(tiff, directory) != 0, true),
+                                headerOnly);
 }
 
 template <typename Call>

@@ -24,8 +24,11 @@ uint16_t Plane(int32_t sample) {
     return static_cast<uint16_t>(sample);
 }
 
-int ReadRow(TIFF* tiff, void* row, int64_t index, int32_t sample) {
-    return ReadScanline(tiff, row, static_cast<uint32_t>(index), Plane(sample));
+// libtiff's result for the row, or -1 when an Error or Warning handler closed the session while
+// libtiff read it: the read stops, as any operation does whose session a handler closed.
+int ReadRow(REALobject self, TIFF* tiff, void* row, int64_t index, int32_t sample) {
+    const int read = ReadScanline(tiff, row, static_cast<uint32_t>(index), Plane(sample));
+    return OpenTiffOf(self) == tiff ? read : -1;
 }
 
 void WriteRow(TIFF* tiff, const uint8_t* row, int64_t index, int32_t sample) {
@@ -41,7 +44,7 @@ uint8_t rbTIFFReadScanline(REALobject self, REALmemoryBlock mem, int32_t index, 
     void* row = REALMemoryBlockGetPtr(mem);
     const int32_t rowBytes = ScanlineBytes(tiff);
     if (row == nullptr || rowBytes == 0 || !BlockHolds(mem, rowBytes)) return 0;
-    return static_cast<uint8_t>(ReadRow(tiff, row, index, sample));
+    return static_cast<uint8_t>(ReadRow(self, tiff, row, index, sample));
 }
 
 REALmemoryBlock rbTIFFReadScanline2(REALobject self, int32_t index, int32_t sample) {
@@ -49,7 +52,7 @@ REALmemoryBlock rbTIFFReadScanline2(REALobject self, int32_t index, int32_t samp
     const int32_t rowBytes = ScanlineBytes(tiff);
     if (rowBytes == 0) return nullptr;
     const ClearMemoryPtr<uint8_t> row(static_cast<uint8_t*>(AllocateClearMemory(rowBytes + kRowSlack)));
-    if (row == nullptr || ReadRow(tiff, row.get(), index, sample) != 1) return nullptr;
+    if (row == nullptr || ReadRow(self, tiff, row.get(), index, sample) != 1) return nullptr;
     return REALBuildMemoryblock(row.get(), rowBytes);
 }
 
@@ -60,7 +63,7 @@ REALmemoryBlock rbTIFFReadScanlines(REALobject self, int32_t index, int32_t coun
     const ClearMemoryPtr<uint8_t> rows(static_cast<uint8_t*>(AllocateClearMemory(rowBytes * count)));
     if (rows == nullptr) return nullptr;
     for (int64_t i = 0; i < count; ++i) {
-        if (ReadRow(tiff, rows.get() + i * rowBytes, int64_t{index} + i, sample) != 1) return nullptr;
+        if (ReadRow(self, tiff, rows.get() + i * rowBytes, int64_t{index} + i, sample) != 1) return nullptr;
     }
     return REALBuildMemoryblock(rows.get(), rowBytes * count);
 }

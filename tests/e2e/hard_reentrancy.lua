@@ -257,6 +257,33 @@ T.group("Error handlers", function()
       output:Close()
     end
   end)
+  -- Warnings leave libtiff's call going: the operation used to finish on the handle the program
+  -- had closed and answer success (an open kept the file open).
+  T.test("Close from a Warning handler ends an operation that would have succeeded", function()
+    local UNKNOWN_TAGS = T.testdata("libtiff/images/deflate-last-strip-extra-data.tiff") -- warns on opening
+    local OLD_LZW = T.testdata("image-tiff/libtiffpic/quad-lzw.tif") -- warns on decoding
+    local cases = {
+      { "Open", UNKNOWN_TAGS, function(t) return t:Open(FolderItem(UNKNOWN_TAGS)) end },
+      { "OpenString", UNKNOWN_TAGS, function(t) return t:OpenString(T.read_bytes(UNKNOWN_TAGS)) end },
+      { "SetImageIndex", UNKNOWN_TAGS, function(t) return t:SetImageIndex(0) end },
+      { "ReadRGB", OLD_LZW, function(t) return t:ReadRGB() end },
+      { "ReadPreviewRGB", OLD_LZW, function(t) return t:ReadPreviewRGB(2) end },
+      { "Scanline", OLD_LZW, function(t) return t:Scanline(0) ~= nil end },
+    }
+    for _, case in ipairs(cases) do
+      local t = TiffPictureTQV()
+      T.truthy(t:Open(FolderItem(case[2])), case[1])
+      local warnings = 0
+      t.Warning = function(self) warnings = warnings + 1; self:Close() end
+      T.falsy(case[3](t), case[1])
+      T.truthy(warnings > 0, case[1] .. ": warned")
+      T.eq(t:ImageCount(), 0, case[1] .. ": nothing open")
+      t.Warning = nil
+      T.truthy(t:Open(FolderItem(case[2])), case[1] .. ": opens again")
+      T.truthy(t:ReadRGB(), case[1] .. ": reads again")
+      t:Close()
+    end
+  end)
   T.test("a file being written and closed from a handler is still written", function()
     local path = T.tmpfile("hard_reentrancy_handler_close.tif")
     local source = TiffPictureTQV()
