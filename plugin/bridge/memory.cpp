@@ -7,7 +7,6 @@ namespace tqv {
 namespace {
 constexpr int64_t kMaxClearMemory = 2147483647;
 constexpr int64_t kMaxHandle = 2147483647;
-constexpr int64_t kMaxHandleResize = 2147483632;
 
 // Countdowns of the test seam, indexed by AllocationFault; 0 is disarmed.
 int64_t gCountdown[2] = {0, 0};

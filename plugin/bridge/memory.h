@@ -31,7 +31,9 @@ int64_t getHandleSize(RelocatableHandle handle);
 // Pins the bytes until unlockHandle; nil for nil.
 void* lockHandle(RelocatableHandle handle);
 void unlockHandle(RelocatableHandle handle);
-// Sizes 0 to 2,147,483,632: sets the size when memory allows (callers compare the size
+// The largest size resizeHandle sets.
+inline constexpr int64_t kMaxHandleResize = 2147483632;
+// Sizes 0 to kMaxHandleResize: sets the size when memory allows (callers compare the size
 // afterwards) and returns the same handle. Any other size disposes of the handle and returns nil:
 // the caller's handle is gone.
 RelocatableHandle resizeHandle(RelocatableHandle handle, int64_t size);

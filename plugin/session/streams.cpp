@@ -178,7 +178,8 @@ bool CreateWithMode(REALobject self, int32_t size, const char* mode) {
     if (record == nullptr) return false;
     TiffClean(record);
     current = self;
-    record->outputHandle = allocateHandle(std::max<int64_t>(size, kOutputStep));
+    // No larger than the buffer may grow: data past that could not become the output string.
+    record->outputHandle = allocateHandle(std::min(std::max<int64_t>(size, kOutputStep), kMaxHandleResize));
     if (record->outputHandle == nullptr) return false;
     record->outputCapacity = static_cast<int32_t>(getHandleSize(record->outputHandle));
     record->streamPosition = 0;
