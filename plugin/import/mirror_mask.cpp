@@ -161,6 +161,15 @@ bool MirrorVertical(REALobject self, REALobject output) {
     uint32_t length = 0, width = 0;
     if (TIFFGetField(record->tiff, TIFFTAG_IMAGELENGTH, &length) != 1) return false;
     if (TIFFGetField(record->tiff, TIFFTAG_IMAGEWIDTH, &width) != 1) return false;
+    // Rows written past an output's height would wait in libtiff's strip buffer, which the next
+    // strip read takes over: the row was lost while the call answered true.
+    uint32_t outputLength = 0;
+    TIFFGetField(other->tiff, TIFFTAG_IMAGELENGTH, &outputLength);
+    if (outputLength < length) {
+        TIFFErrorExtR(record->tiff, "MirrorVertical",
+                      "The output image has %u rows, fewer than this image's %u", outputLength, length);
+        return false;
+    }
     // Both buffers are sized by this image's rows; libtiff reads and writes the output's rows
     // through them at the output's row length, so an output without a file or with longer rows
     // would make libtiff run past them.

@@ -77,8 +77,8 @@ void PrimeStrip(TIFF* tiff, uint8_t* buffer, uint32_t top, uint32_t rowsPerStrip
 }
 
 int32_t OutputSide(int32_t side, uint32_t sampling) {
-    return sampling == 1 ? side
-                         : (side + static_cast<int32_t>(sampling) - 1) / static_cast<int32_t>(sampling);
+    // 64-bit: a side near 2^31 rounded up must not overflow.
+    return static_cast<int32_t>((int64_t{side} + sampling - 1) / sampling);
 }
 
 struct RowPass {

@@ -151,6 +151,25 @@ T.group("Refusals", function()
     T.eq(t:ReadPreviewBW(), true)
     T.eq(t.Pict.Width, 5001)
   end)
+  T.test("a width of 2^31 - 1: the preview's side is too large for the host, without overflowing", function()
+    -- A header claiming 2,147,483,647 x 8 one-bit pixels; rounding the side up overflowed 32 bits.
+    local entries = { { 256, 4, 2147483647 }, { 257, 4, 8 }, { 258, 3, 1 }, { 259, 3, 1 }, { 262, 3, 0 },
+      { 273, 4, 200 }, { 277, 3, 1 }, { 278, 4, 8 }, { 279, 4, 64 } }
+    local ifd = { string.pack("<I2", #entries) }
+    for _, e in ipairs(entries) do
+      ifd[#ifd + 1] = e[2] == 3 and string.pack("<I2I2I4I2I2", e[1], 3, 1, e[3], 0)
+                      or string.pack("<I2I2I4I4", e[1], 4, 1, e[3])
+    end
+    local bytes = "II*\0" .. string.pack("<I4", 8) .. table.concat(ifd) .. string.pack("<I4", 0)
+    local path = P.path("wide_header.tif")
+    T.write_bytes(path, bytes .. string.rep("\0", 264 - #bytes))
+    local t = TiffPictureTQV()
+    T.eq(t:Open(FolderItem(path)), true)
+    T.eq(t:ReadPreviewBW(), true)
+    T.eq(t.Pict, nil)
+    T.eq(t:ReadPreviewBW(0, 0, 2147483647, 8), true)
+    T.eq(t.Pict, nil)
+  end)
 end)
 
 T.group("Host code run while reading", function()

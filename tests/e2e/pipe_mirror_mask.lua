@@ -134,6 +134,24 @@ T.group("MirrorVertical", function()
     expect_rows(a, want_a, "a holds b's rows 9 to 0")
     expect_rows(b, want_b, "b holds a's rows upside down, then its own row 10")
   end)
+  T.test("an output with fewer rows is refused before anything is read or written", function()
+    -- The rows past the output's height were written, and libtiff lost one of them while the
+    -- call answered true.
+    local a, b = striped(1, 3, "none", 7), striped(2, 2, "none", 4)
+    local ta, tb = TiffPictureTQV(), TiffPictureTQV()
+    local errors = {}
+    ta.Error = function(_, _, message) errors[#errors + 1] = tostring(message) end
+    T.eq(ta:Open(FolderItem(a), "r+"), true)
+    T.eq(tb:Open(FolderItem(b), "r+"), true)
+    T.eq(ta:MirrorVertical(tb), false)
+    T.eq(errors[1], "The output image has 4 rows, fewer than this image's 7")
+    ta:Close(); tb:Close()
+    local want_a, want_b = {}, {}
+    for y = 0, 6 do want_a[y + 1] = striped_row(1, y) end
+    for y = 0, 3 do want_b[y + 1] = striped_row(2, y) end
+    expect_rows(a, want_a, "a untouched")
+    expect_rows(b, want_b, "b untouched")
+  end)
   T.test("a session exchanged with itself: every pair swapped twice, the rows stay", function()
     for _, case in ipairs({ { 1, "none" }, { 2, "packbits" }, { 3, "lzw" } }) do
       local what = case[1] .. "-row strips, " .. case[2]
