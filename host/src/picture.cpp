@@ -2,6 +2,7 @@
 #include "tqvhost/picture.h"
 
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -247,16 +248,28 @@ bool REALLockPictureDescription(REALpicture pic, REALpictureDescription* out, in
     if (!p || !out) return false;
     REALpictureDescription d;
     p->describe(&d);
-    if (d.pictureType != wantedType) return false;
+    if (d.pictureType != wantedType) {
+        // Hosts before 2012 left the picture locked after a failed lock: a plugin unlocks it.
+        if (config().version < 2012.0) ++p->descriptionLocks;
+        return false;
+    }
     *out = d;
     ++p->descriptionLocks;
     return true;
 }
 
-// Unbalanced unlocks are tolerated: older hosts expect one after a failed lock.
 void unlockPictureDescription(REALpicture pic) {
     PictureHandle* p = asPicture(pic, "unlockPictureDescription");
-    if (p && p->descriptionLocks > 0) --p->descriptionLocks;
+    if (!p) return;
+    if (p->descriptionLocks <= 0) {
+        char text[128];
+        std::snprintf(text, sizeof text,
+                      "unlockPictureDescription: plugin unlocked picture %p beyond its locks",
+                      static_cast<const void*>(pic));
+        Accounts::error(text);
+        return;
+    }
+    --p->descriptionLocks;
 }
 
 }  // namespace

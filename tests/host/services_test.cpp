@@ -119,6 +119,40 @@ TEST_F(Accounting, PluginCannotReleaseTheHostsLock) {
     EXPECT_FALSE(item.get()->dead());
 }
 
+// A failed description lock locks nothing, except on hosts before 2012, which left the picture
+// locked (a plugin then unlocks it); an unlock beyond the locks is the plugin's fault.
+TEST_F(Accounting, DescriptionLocksBalance) {
+    auto newPicture = service<REALNewPictureProc>("newPicture");
+    auto lock = service<REALLockPictureDescription3Proc>("REALLockPictureDescription");
+    auto unlockDescription = service<REALUnlockPictureDescriptionProc>("unlockPictureDescription");
+    auto unlock = service<REALUnlockObjectProc>("REALUnlockObject");
+    REALpicture picture = newPicture(2, 2, 32);
+    ASSERT_NE(picture, nullptr);
+    auto* handle = static_cast<PictureHandle*>(Accounts::find(picture));
+    REALpictureDescription description{};
+    EXPECT_FALSE(lock(picture, &description, REALpictureTypePixMap));  // a console picture
+    EXPECT_EQ(handle->descriptionLocks, 0);
+    EXPECT_TRUE(lock(picture, &description, REALpictureTypePixelRecord));
+    unlockDescription(picture);
+    unlockDescription(picture);
+    auto errors = takeAccountingErrors();
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_NE(errors[0].find("beyond its locks"), std::string::npos) << errors[0];
+
+    const double version = config().version;
+    Config older = config();
+    older.version = 2011.0;
+    configure(older);
+    EXPECT_FALSE(lock(picture, &description, REALpictureTypePixMap));
+    EXPECT_EQ(handle->descriptionLocks, 1);
+    unlockDescription(picture);
+    Config current = config();
+    current.version = version;
+    configure(current);
+    EXPECT_EQ(handle->descriptionLocks, 0);
+    unlock(reinterpret_cast<REALobject>(picture));
+}
+
 // Unscaled draws take a block copy when both pictures store pixels alike; what lands where must
 // not depend on that: clipping at every edge, negative offsets, and a pixel map of another depth.
 TEST_F(Accounting, UnscaledDrawsClipLikeThePixelLoop) {
