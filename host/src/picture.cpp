@@ -21,9 +21,20 @@ namespace {
 constexpr int64_t kMaxPixels = int64_t{1} << 28;  // keeps every byte count well inside int32/size_t
 int64_t gCacheClears = 0;
 
+// Every row is followed by guard bytes holding a known pattern, which are checked when the plugin
+// gives the picture back: a plugin that writes a few bytes past a row's pixels (into the next row,
+// where nothing else would notice) is reported. They also make a pixel map's rowBytes larger than
+// its pixels, as real pixel maps often are, so a plugin that steps rows by width x depth fails.
+constexpr long kRowGuard = 16;
+constexpr uint8_t kGuardByte = 0xA7;
+
+long pixelBytesFor(int32_t width, int32_t depth) {
+    return (static_cast<long>(width) * depth + 7) / 8;
+}
+
 long rowBytesFor(int32_t width, int32_t depth) {
     long bits = static_cast<long>(width) * depth;
-    return ((bits + 31) / 32) * 4;  // rows padded to 32-bit words
+    return ((bits + 31) / 32) * 4 + kRowGuard;  // rows padded to 32-bit words, then the guard
 }
 
 bool supportedDepth(int32_t depth) {
@@ -45,27 +56,57 @@ PictureHandle::PictureHandle(int32_t width, int32_t height, int32_t depth, Pictu
     : Handle(Kind::Picture), width_(width), height_(height), depth_(depth), backend_(backend) {
     if (backend == PictureBackend::PixelRecord) {
         depth_ = 32;
-        bytes_.assign(static_cast<size_t>(width) * static_cast<size_t>(height) * 4, 0);
+        rowStride_ = static_cast<long>(width) * 4 + kRowGuard;
+        bytes_.assign(static_cast<size_t>(rowStride_) * static_cast<size_t>(height), 0);
         for (int32_t y = 0; y < height; ++y)
-            rows_.push_back(bytes_.data() + static_cast<size_t>(y) * width * 4);
+            rows_.push_back(bytes_.data() + static_cast<size_t>(y) * rowStride_);
         record_ = std::make_unique<REALpixelRecord>();
         std::memset(record_.get(), 0, sizeof(REALpixelRecord));
         record_->width = width;
         record_->height = height;
         record_->storage = reinterpret_cast<uint32_t*>(bytes_.data());
         record_->rows = rows_.data();
+        fillGuards();
         return;
     }
-    long rowBytes = rowBytesFor(width, depth);
-    bytes_.assign(static_cast<size_t>(rowBytes) * static_cast<size_t>(height), 0);
-    pixMap_ =
-        std::make_unique<PixMapStruct>(PixMapStruct{bytes_.data(), rowBytes, static_cast<int16_t>(depth), 0});
+    rowStride_ = rowBytesFor(width, depth);
+    bytes_.assign(static_cast<size_t>(rowStride_) * static_cast<size_t>(height), 0);
+    pixMap_ = std::make_unique<PixMapStruct>(
+        PixMapStruct{bytes_.data(), rowStride_, static_cast<int16_t>(depth), 0});
     world_ = std::make_unique<GWorldStruct>(GWorldStruct{pixMap_.get()});
+    fillGuards();
 }
 
 PictureHandle::~PictureHandle() = default;
 
+void PictureHandle::fillGuards() {
+    const long used = pixelBytesFor(width_, depth_);
+    for (int32_t y = 0; y < height_; ++y)
+        std::memset(bytes_.data() + static_cast<size_t>(y) * rowStride_ + used, kGuardByte,
+                    static_cast<size_t>(rowStride_ - used));
+}
+
+void PictureHandle::checkGuards(const char* when) {
+    if (!bytes_.data() || guardReported_) return;
+    const long used = pixelBytesFor(width_, depth_);
+    for (int32_t y = 0; y < height_; ++y) {
+        const uint8_t* guard = bytes_.data() + static_cast<size_t>(y) * rowStride_ + used;
+        for (long i = 0; i < rowStride_ - used; ++i) {
+            if (guard[i] == kGuardByte) continue;
+            char text[192];
+            std::snprintf(text, sizeof text,
+                          "%s: the plugin wrote past the end of row %d of a %d x %d picture (byte %ld after "
+                          "its pixels)",
+                          when, static_cast<int>(y), static_cast<int>(width_), static_cast<int>(height_), i);
+            Accounts::error(text);
+            guardReported_ = true;  // one report per picture
+            return;
+        }
+    }
+}
+
 void PictureHandle::destroy() {
+    checkGuards("releasing a picture");
     mask = HostRef();
     // The pixels go; the records stay (with null pointers) so that stale descriptions fail safely.
     bytes_ = PixelBytes();
@@ -76,8 +117,7 @@ void PictureHandle::destroy() {
 
 uint8_t* PictureHandle::pixelAddress(int32_t x, int32_t y) const {
     auto* base = const_cast<uint8_t*>(bytes_.data());
-    if (backend_ == PictureBackend::PixelRecord) return base + (static_cast<size_t>(y) * width_ + x) * 4;
-    return base + static_cast<size_t>(y) * pixMap_->rowBytes + static_cast<size_t>(x) * depth_ / 8;
+    return base + static_cast<size_t>(y) * rowStride_ + static_cast<size_t>(x) * depth_ / 8;
 }
 
 uint32_t PictureHandle::pixel(int32_t x, int32_t y) const {
@@ -270,6 +310,7 @@ void unlockPictureDescription(REALpicture pic) {
         return;
     }
     --p->descriptionLocks;
+    p->checkGuards("unlockPictureDescription");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "../../host/frameworks/gworld.h"
 #include "host_test_support.h"
 #include "tqvhost/handles.h"
 #include "tqvhost/picture.h"
@@ -151,6 +152,43 @@ TEST_F(Accounting, DescriptionLocksBalance) {
     configure(current);
     EXPECT_EQ(handle->descriptionLocks, 0);
     unlock(reinterpret_cast<REALobject>(picture));
+}
+
+// A plugin that writes a byte past a row's pixels lands in the next row, where no pixel comparison
+// would notice; the host reports it when the picture is given back. Row starts come from the
+// description, so the rows themselves stay usable up to their last pixel.
+TEST_F(Accounting, WritesPastARowAreReported) {
+    auto lock = service<REALLockPictureDescription3Proc>("REALLockPictureDescription");
+    auto unlockDescription = service<REALUnlockPictureDescriptionProc>("unlockPictureDescription");
+    auto rowStart = [](const REALpictureDescription& d, int32_t y) -> uint8_t* {
+        if (d.pictureType == REALpictureTypePixelRecord)
+            return reinterpret_cast<uint8_t*>(static_cast<REALpixelRecord*>(d.pictureData)->rows[y]);
+        const PixMapStruct* map = static_cast<GWorldPtr>(d.pictureData)->pixMap;
+        return static_cast<uint8_t*>(map->baseAddr) + static_cast<size_t>(y) * map->rowBytes;
+    };
+    struct Case {
+        PictureBackend backend;
+        int32_t depth, type, bytesPerPixel;
+    };
+    for (Case c : {Case{PictureBackend::PixelRecord, 32, REALpictureTypePixelRecord, 4},
+                   Case{PictureBackend::PixMap, 24, REALpictureTypePixMap, 3},
+                   Case{PictureBackend::PixMap, 32, REALpictureTypePixMap, 4}}) {
+        SCOPED_TRACE(c.depth);
+        HostRef picture(makeHandle<PictureHandle>(3, 2, c.depth, c.backend));
+        REALpictureDescription d{};
+        ASSERT_TRUE(lock(static_cast<REALpicture>(picture.address()), &d, c.type));
+        for (int32_t y = 0; y < 2; ++y) std::memset(rowStart(d, y), 0xFF, 3 * c.bytesPerPixel);
+        unlockDescription(static_cast<REALpicture>(picture.address()));
+        EXPECT_TRUE(takeAccountingErrors().empty());
+        EXPECT_EQ(picture.as<PictureHandle>()->pixel(2, 1), 0xFFFFFFu);
+
+        ASSERT_TRUE(lock(static_cast<REALpicture>(picture.address()), &d, c.type));
+        rowStart(d, 1)[3 * c.bytesPerPixel] = 0;
+        unlockDescription(static_cast<REALpicture>(picture.address()));
+        auto errors = takeAccountingErrors();
+        ASSERT_EQ(errors.size(), 1u);
+        EXPECT_NE(errors[0].find("past the end of row 1"), std::string::npos) << errors[0];
+    }
 }
 
 // Unscaled draws take a block copy when both pictures store pixels alike; what lands where must

@@ -51,15 +51,20 @@ class PictureHandle : public Handle {
     HostRef mask;  // the grey mask, held by the picture
     int32_t descriptionLocks = 0;
     int64_t cacheClears = 0;
+    // Reports (once) an accounting error when bytes past a row's pixels were changed.
+    void checkGuards(const char* when);
 
   protected:
     void destroy() override;
 
   private:
     uint8_t* pixelAddress(int32_t x, int32_t y) const;
+    void fillGuards();
     int32_t width_, height_, depth_;
     PictureBackend backend_;
-    PixelBytes bytes_;  // pixel map rows, or the pixel record's storage
+    long rowStride_ = 0;  // bytes from one row to the next: the pixels, padding and the guard
+    bool guardReported_ = false;
+    PixelBytes bytes_;  // the rows, each followed by its guard bytes
     std::unique_ptr<PixMapStruct> pixMap_;
     std::unique_ptr<GWorldStruct> world_;
     std::unique_ptr<REALpixelRecord> record_;
