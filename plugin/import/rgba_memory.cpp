@@ -83,12 +83,15 @@ Raster NewRaster(int64_t bytes) {
 
 // ---- The held state -------------------------------------------------------------------------
 
-// What libtiff's state depends on: the handle and the directory it was begun on, and the buffer
-// sizes its decoders assume. Host code may close the file, open another or change directory
-// between Begin and Step; a state that no longer matches would decode into buffers of the wrong
-// size, so Step refuses it.
+// What libtiff's state depends on: the handle and the directory read it was begun on, the fields
+// that set up its decoder, and the buffer sizes the decoders assume. Host code may close the file,
+// open another or change directory between Begin and Step, and a new handle may get the address
+// and the directory offset of the old one; or it may set a field, such as the JPEG colour mode
+// that Begin chose, behind the state's back. A state that no longer matches would decode with the
+// wrong setup, or into buffers of the wrong size, so Step refuses it.
 struct Signature {
     TIFF* tiff;
+    uintptr_t changes;
     uint64_t directoryOffset;
     uint32_t directory;
     uint64_t scanlineSize;
@@ -96,7 +99,11 @@ struct Signature {
 
     static Signature Of(TIFF* tiff) {
         const bool tiled = TIFFIsTiled(tiff) != 0;
-        return {tiff, TIFFCurrentDirOffset(tiff), TIFFCurrentDirectory(tiff), TIFFScanlineSize64(tiff),
+        return {tiff,
+                ChangeMark(tiff),
+                TIFFCurrentDirOffset(tiff),
+                TIFFCurrentDirectory(tiff),
+                TIFFScanlineSize64(tiff),
                 tiled ? TIFFTileSize64(tiff) : TIFFStripSize64(tiff)};
     }
     bool operator==(const Signature&) const = default;
@@ -417,17 +424,20 @@ REALmemoryBlock ReadRGBMemory(REALobject object, REALstring* errorMessage) {
     ClearMessage(errorMessage);
     TiffData* record = TiffDataOf(object);
     if (record == nullptr || record->tiff == nullptr) return nullptr;
-    if (!RowsReadable(record->tiff, "TIFFRGBAImageBegin")) return nullptr;
+    TIFF* const tiff = record->tiff;
+    if (!RowsReadable(tiff, "TIFFRGBAImageBegin")) return nullptr;
     char message[kMessageBytes] = {};
     TIFFRGBAImage image{};
     Raster raster;
-    if (BeginRgbaImage(&image, record->tiff, message)) {
+    if (BeginRgbaImage(&image, tiff, message)) {
         raster = NewRaster(RasterBytes(image.width, image.height));
         // Rendered straight into the host's block.
         if (raster.pixels == nullptr || !GetPlaced(image, raster.pixels, {0, 0, image.width, image.height}))
             raster = {};
         TIFFRGBAImageEnd(&image);
     }
+    // A handler that closed the session ends the read, as it ends every operation.
+    if (record->tiff != tiff) raster = {};
     SetMessage(errorMessage, message);
     return raster.block.Release();
 }
@@ -436,14 +446,20 @@ bool ReadRGBMemoryBegin(REALobject object, REALstring* errorMessage) {
     ClearMessage(errorMessage);
     TiffData* record = TiffDataOf(object);
     if (record == nullptr || record->tiff == nullptr) return false;
+    TIFF* const tiff = record->tiff;
     EndState(record);
-    if (!RowsReadable(record->tiff, "TIFFRGBAImageBegin")) return false;
+    if (!RowsReadable(tiff, "TIFFRGBAImageBegin")) return false;
     auto* state = static_cast<RgbaState*>(AllocateClearMemory(sizeof(RgbaState)));
     if (state == nullptr) return false;
     char message[kMessageBytes] = {};
-    const bool begun = BeginRgbaImage(&state->image, record->tiff, message);
+    bool begun = BeginRgbaImage(&state->image, tiff, message);
+    if (begun && record->tiff != tiff) {
+        // A handler closed the session: nothing is held for a handle that is going.
+        TIFFRGBAImageEnd(&state->image);
+        begun = false;
+    }
     if (begun) {
-        state->signature = Signature::Of(record->tiff);
+        state->signature = Signature::Of(tiff);
         record->rgbaImage = &state->image;
     } else {
         FreeMemoryNow(state);
@@ -464,9 +480,13 @@ REALmemoryBlock ReadRGBMemoryStep(REALobject object, int32_t x, int32_t y, int32
                  static_cast<uint32_t>(height)};
     Raster raster = NewRaster(RasterBytes(r.width, r.height));
     if (raster.pixels == nullptr) return nullptr;
+    TIFF* const tiff = record->tiff;
     const bool got = LibtiffPlacesColumns(image, r) ? GetPlaced(image, raster.pixels, r)
                                                     : GetBanded(image, raster.pixels, r);
-    return got ? raster.block.Release() : nullptr;
+    if (!got || record->tiff != tiff) return nullptr;
+    // Decoding may set up the codec again through its fields; that is the state's own doing.
+    state->signature.changes = ChangeMark(tiff);
+    return raster.block.Release();
 }
 
 void ReadRGBMemoryEnd(REALobject object) {

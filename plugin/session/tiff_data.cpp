@@ -157,6 +157,10 @@ void NoteHandleChange(TIFF* tiff) {
     if (tiff != nullptr) TIFFSetClientInfo(tiff, reinterpret_cast<void*>(++changes), kChangesName);
 }
 
+uintptr_t ChangeMark(TIFF* tiff) {
+    return tiff != nullptr ? ChangesOf(tiff) : 0;
+}
+
 void NoteRowsWritten(TIFF* tiff) {
     // libtiff refuses every row of a file opened for reading: nothing is left pending.
     if (tiff != nullptr && TIFFGetMode(tiff) != O_RDONLY && TIFFGetClientInfo(tiff, kWritingName) == nullptr)

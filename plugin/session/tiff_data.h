@@ -60,6 +60,9 @@ void YieldToHost(REALobject self, TiffData* record);
 // may put a new codec in place in the middle of a strip) or a flush (which ends the codec's
 // stream in the middle of one).
 void NoteHandleChange(TIFF* tiff);
+// The number of the last change noted on `tiff`. Every directory that libtiff reads or begins sets
+// fields and so takes a new number too; numbers are never reused, not even by another handle.
+uintptr_t ChangeMark(TIFF* tiff);
 
 // Scanlines written into the handle's current directory wait in libtiff's strip buffer and codec
 // state until the strip is full, which reading any row of the same directory takes over: the

@@ -269,6 +269,10 @@ T.group("Error handlers", function()
       { "ReadRGB", OLD_LZW, function(t) return t:ReadRGB() end },
       { "ReadPreviewRGB", OLD_LZW, function(t) return t:ReadPreviewRGB(2) end },
       { "Scanline", OLD_LZW, function(t) return t:Scanline(0) ~= nil end },
+      { "ReadRGB(ErrorMessage)", OLD_LZW, function(t) return t:ReadRGB(Ref(nil)) ~= nil end },
+      { "ReadRGBMemoryStep", OLD_LZW, function(t)
+          return t:ReadRGBMemoryBegin(Ref(nil)) and t:ReadRGBMemoryStep(0, 0, 8, 8) ~= nil
+        end },
     }
     for _, case in ipairs(cases) do
       local t = TiffPictureTQV()
