@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tqvhost/host.h"
+#include "tqvhost/picture.h"
 
 namespace tqvhost {
 namespace {
@@ -149,7 +150,14 @@ Live live() {
         ++out.byKind[kind];
     }
     for (const auto& [address, h] : state().handles) {
-        if (h->dead() || h->pluginLocks() == 0) continue;
+        if (h->dead()) continue;
+        if (h->kind() == Kind::Picture) {
+            if (int32_t locks = static_cast<const PictureHandle*>(h)->descriptionLocks; locks > 0) {
+                out.total += locks;
+                out.byKind["description"] += locks;
+            }
+        }
+        if (h->pluginLocks() == 0) continue;
         out.total += h->pluginLocks();
         out.byKind[kindName(h->kind())] += h->pluginLocks();
     }

@@ -9,7 +9,7 @@
 namespace tqvhost {
 
 MemoryBlockHandle::MemoryBlockHandle(int32_t size) : Handle(Kind::MemoryBlock), size_(size < 0 ? 0 : size) {
-    owned_.reset(static_cast<uint8_t*>(std::calloc(static_cast<size_t>(size_) + 1, 1)));
+    owned_.reset(static_cast<uint8_t*>(std::calloc(size_ > 0 ? static_cast<size_t>(size_) : 1, 1)));
     if (!owned_) throw std::bad_alloc();
 }
 

@@ -107,6 +107,14 @@ void PictureHandle::checkGuards(const char* when) {
 
 void PictureHandle::destroy() {
     checkGuards("releasing a picture");
+    if (descriptionLocks > 0) {
+        char text[160];
+        std::snprintf(text, sizeof text,
+                      "releasing a picture: %d description lock(s) of picture %p never unlocked",
+                      static_cast<int>(descriptionLocks), address());
+        Accounts::error(text);
+        descriptionLocks = 0;
+    }
     mask = HostRef();
     // The pixels go; the records stay (with null pointers) so that stale descriptions fail safely.
     bytes_ = PixelBytes();

@@ -57,9 +57,13 @@ struct EncodingName {
     const char* iconvName;
 };
 const EncodingName kEncodings[] = {
-    {kREALTextEncodingMacRoman, "MACINTOSH"}, {kREALTextEncodingASCII, "ASCII"},
-    {kREALTextEncodingUTF8, "UTF-8"},         {kREALTextEncodingUTF16, kUtf16},
+    {kREALTextEncodingMacRoman, "MACINTOSH"},
+    {kREALTextEncodingASCII, "ASCII"},
+    {kREALTextEncodingUTF8, "UTF-8"},
+    {kREALTextEncodingUTF16, kUtf16},
     {kREALTextEncodingUTF32, kUtf32},
+    {kREALTextEncodingISOLatin1, "ISO-8859-1"},
+    {kREALTextEncodingWindowsLatin1, "WINDOWS-1252"},
 };
 
 const char* iconvName(uint32_t encoding) {

@@ -68,6 +68,8 @@ struct REALstringStruct {
 #define kREALTextEncodingMacRoman 0x00000000u
 #define kREALTextEncodingUTF16 0x00000100u /* machine order */
 #define kREALTextEncodingASCII 0x00000600u
+#define kREALTextEncodingISOLatin1 0x00000201u
+#define kREALTextEncodingWindowsLatin1 0x00000500u
 #define kREALTextEncodingUTF8 0x08000100u
 #define kREALTextEncodingUTF32 0x0C000100u   /* machine order */
 #define kREALTextEncodingUnknown 0x0000FFFFu /* binary bytes: never converted */

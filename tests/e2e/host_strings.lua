@@ -3,6 +3,7 @@
 local T = require("host_strict")
 
 local MACROMAN, UTF16, ASCII, UTF8, UTF32, BINARY = 0, 0x100, 0x600, 0x08000100, 0x0C000100, 0xFFFF
+local LATIN1, WINLATIN1 = 0x201, 0x500
 
 local function utf16(code) return string.pack("=I2", code) end
 local function utf32(code) return string.pack("=I4", code) end
@@ -40,6 +41,13 @@ T.group("Conversions", function()
     T.eq(tostring(o:ToUTF8(String("\xE9", MACROMAN))), "È")
   end)
 
+  -- 0x80 is the euro sign in Windows Latin 1 and a control character in ISO Latin 1.
+  T.test("ISO and Windows Latin 1 read back as UTF-8", function()
+    local o = FixtureTQV()
+    T.eq(tostring(o:ToUTF8(String("caf\xE9 \x80", WINLATIN1))), "café €")
+    T.eq(tostring(o:ToUTF8(String("caf\xE9 \x80", LATIN1))), "café \xC2\x80")
+  end)
+
   T.test("UTF-16 and UTF-32 read back as UTF-8", function()
     local o = FixtureTQV()
     T.eq(tostring(o:ToUTF8(String(utf16(0xE9) .. utf16(0x41), UTF16))), "éA")
@@ -56,7 +64,8 @@ T.group("Conversions", function()
 
   T.test("the host converts é into each encoding", function()
     local o = FixtureTQV()
-    for _, c in ipairs({ { MACROMAN, "\x8E" }, { UTF8, "é" }, { UTF16, utf16(0xE9) }, { UTF32, utf32(0xE9) } }) do
+    for _, c in ipairs({ { MACROMAN, "\x8E" }, { UTF8, "é" }, { UTF16, utf16(0xE9) }, { UTF32, utf32(0xE9) },
+                            { LATIN1, "\xE9" }, { WINLATIN1, "\xE9" } }) do
       local s = o:Accented(c[1])
       T.eq(tostring(s), c[2], string.format("bytes in 0x%X", c[1]))
       T.eq(s.encoding, c[1], "label")

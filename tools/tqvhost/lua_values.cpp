@@ -599,8 +599,8 @@ int hostLive(lua_State* L, Failure&) {
     Live l = live();
     lua_pushinteger(L, l.total);
     lua_newtable(L);
-    for (const char* kind :
-         {"object", "string", "memoryblock", "picture", "folderitem", "graphics", "stringdata"}) {
+    for (const char* kind : {"object", "string", "memoryblock", "picture", "folderitem", "graphics",
+                             "stringdata", "description"}) {
         lua_pushinteger(L, l.byKind.count(kind) ? l.byKind[kind] : 0);
         lua_setfield(L, -2, kind);
     }

@@ -36,8 +36,9 @@ const Config& config();
 extern "C" void* lookup(const char* name);
 
 // References the plugin holds right now: locks it took minus those it released, by kind
-// ("object", "string", "memoryblock", "picture", "folderitem", "graphics", and "stringdata" for
-// the private copies of "PluginGetStringData" not yet given back).
+// ("object", "string", "memoryblock", "picture", "folderitem", "graphics", "stringdata" for
+// the private copies of "PluginGetStringData" not yet given back, and "description" for picture
+// descriptions locked and not yet unlocked).
 struct Live {
     int64_t total = 0;
     std::map<std::string, int64_t> byKind;
