@@ -10,13 +10,15 @@
 #include "bridge/values.h"
 #include "session/tiff_data.h"
 #include "tags/tag_access.h"
+#include "tags/value_guard.h"
 
 namespace tqv {
 namespace {
 
-// libtiff sizes a colour map by BitsPerSample and holds none beyond 16 bits; a larger depth
-// would make the three arrays larger than any colour map libtiff keeps.
-constexpr uint16_t kMaxPaletteBits = 16;
+// libtiff sizes a colour map by BitsPerSample and reads none from a file beyond 24 bits (32 MiB a
+// channel); a larger depth would make it copy arrays past what it can allocate, or shift past its
+// integer.
+constexpr uint16_t kMaxPaletteBits = 24;
 
 // Bytes per channel of the current directory's colour map; 0 when there can be none.
 int64_t ChannelBytes(TIFF* tiff) {
@@ -177,6 +179,7 @@ int FitValue(TIFF* tiff, uint32_t tag, va_list ap) {
 int GuardedSetField(TIFF* tiff, uint32_t tag, va_list ap) {
     NoteHandleChange(tiff);
     if (const int fitted = FitValue(tiff, tag, ap); fitted >= 0) return fitted;
+    if (const int fitted = FitCustomValue(tiff, tag, ap); fitted >= 0) return fitted;
     if (tag == TIFFTAG_BITSPERSAMPLE && ColorMapSet(tiff) && !KeepsDepth(tiff, ap)) {
         RefuseMapDepth(tiff);
         return 0;
@@ -239,9 +242,12 @@ bool GetColorMap(REALobject self, REALmemoryBlock* red, REALmemoryBlock* green, 
     const int64_t bytes = ChannelBytes(tiff);
     if (bytes == 0) return false;
     // All three blocks are made and stored before any is checked or filled: when one cannot be
-    // made, the others are still handed back, empty.
+    // made, the others are still handed back, empty. The three may be one variable of the host
+    // program's: what it holds is let go before each store.
     *red = REALNewMemoryBlock(bytes);
+    ReleaseBlock(green);
     *green = REALNewMemoryBlock(bytes);
+    ReleaseBlock(blue);
     *blue = REALNewMemoryBlock(bytes);
     if (*red == nullptr || *green == nullptr || *blue == nullptr) return false;
     return FillBlock(*red, r, bytes) && FillBlock(*green, g, bytes) && FillBlock(*blue, b, bytes);

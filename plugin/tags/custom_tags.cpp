@@ -10,6 +10,7 @@
 
 #include "bridge/text.h"
 #include "bridge/values.h"
+#include "session/open_limits.h"
 #include "tags/field_text.h"
 #include "tags/tag_access.h"
 
@@ -82,7 +83,11 @@ REALstring GetTagData(TIFF* tiff, uint32_t tag) {
 // so libtiff never copies past the string.
 bool SetCountedBytes(TIFF* tiff, const FieldShape& shape, uint32_t tag, const rbData& data) {
     const auto count = static_cast<uint32_t>(data.Length());
-    if (shape.elementSize <= 1) return SetCounted(tiff, shape, tag, count, data.Bytes());
+    // A value libtiff may not allocate is refused by the field guard before any value is read:
+    // no need to widen it first.
+    if (shape.elementSize <= 1 || uint64_t{count} * static_cast<uint64_t>(shape.elementSize) >
+                                      static_cast<uint64_t>(kMaxLibtiffAllocation))
+        return SetCounted(tiff, shape, tag, count, data.Bytes());
     std::vector<uint8_t> values(size_t{count} * static_cast<size_t>(shape.elementSize));
     if (count > 0) std::copy(data.Bytes(), data.Bytes() + count, values.begin());
     return SetCounted(tiff, shape, tag, count, values.data());

@@ -1,11 +1,14 @@
 #include "tags/generic_fields.h"
 
 #include <cstring>
+#include <memory>
+#include <new>
 #include <utility>
 
 #include "bridge/services.h"
 #include "bridge/text.h"
 #include "bridge/values.h"
+#include "session/open_limits.h"
 #include "session/tiff_data.h"
 #include "tags/color_map.h"
 #include "tags/field_text.h"
@@ -46,7 +49,8 @@ bool StringGetter(REALobject self, int32_t tag, REALstring* value, Read read) {
     if (!shape.Text() || GetIntoScratch(tiff, static_cast<uint32_t>(tag), read, scratch) != 1) return false;
     const FieldText text = TextOf(shape, scratch);
     *value = REALBuildUnicodeString(text.bytes, static_cast<int64_t>(text.length), kREALTextEncodingASCII);
-    return true;
+    // A text the host could not make is not an empty one.
+    return *value != nullptr || text.length == 0;
 }
 
 // The codecs' data formats: libtiff sets the depth (and for JPEG the upsampling) to match and
@@ -224,9 +228,11 @@ bool GetFieldCount(REALobject self, int32_t tag, int32_t* count, REALmemoryBlock
     if (tiff == nullptr) return false;
     const auto utag = static_cast<uint32_t>(tag);
     const FieldShape shape = ShapeOf(tiff, utag);
-    // No count to give: InkNames hands out only its text, and a field without a known form
-    // hands out whatever its codec keeps.
+    // No count to give: InkNames hands out only its text, a field without a known form hands out
+    // whatever its codec keeps, and an uncounted field wider than the 16-bit count (a text's
+    // pointer, a LONG) would give some of its bits as a count.
     if (shape.inkNames || !shape.HasForm()) return false;
+    if (!shape.passCount && shape.FirstOutputWidth() > 2) return false;
     Scratch scratch;
     const int result = GetIntoScratch(tiff, utag, Read::Plain, scratch);
     if (count != nullptr) *count = CountOf(shape, scratch);
@@ -260,6 +266,15 @@ bool SetFieldMemory(REALobject self, int32_t tag, int32_t itemCount, REALmemoryB
     const void* values = REALMemoryBlockGetPtr(data);
     const int64_t bytes = int64_t{itemCount} * (shape.elementSize > 0 ? shape.elementSize : 1);
     if ((values == nullptr && itemCount > 0) || !BlockHolds(data, bytes)) return false;
+    // The block may wrap libtiff's own array of this very field (GetFieldMemory hands it out), which
+    // libtiff frees before it copies the new values: they are copied out of it first.
+    std::unique_ptr<unsigned char[]> copy;
+    if (bytes > 0 && bytes <= kMaxLibtiffAllocation) {
+        copy.reset(new (std::nothrow) unsigned char[static_cast<size_t>(bytes)]);
+        if (copy == nullptr) return false;
+        std::memcpy(copy.get(), values, static_cast<size_t>(bytes));
+        values = copy.get();
+    }
     return SetCounted(tiff, shape, static_cast<uint32_t>(tag), static_cast<uint32_t>(itemCount), values);
 }
 
