@@ -107,6 +107,15 @@ bool SetTagData(TIFF* tiff, uint32_t tag, REALstring string) {
     }
 }
 
+// Why a declaration that has a safe form is still refused; nullptr when it is not.
+const char* RefusalOf(uint32_t tag) {
+    // A codec's tag under another definition shadows the codec's own once its compression is set:
+    // the value would be written while the codec encodes without it (Predictor 2 over rows never
+    // differenced).
+    if (IsCodecTag(tag)) return "belongs to a compression's codec: set Compression, then the tag";
+    return nullptr;
+}
+
 }  // namespace
 
 bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t writeCount, int32_t type,
@@ -121,6 +130,10 @@ bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t write
     std::optional<TIFFFieldInfo> info =
         SafeFieldInfo(tag, readCount, writeCount, type, okToChange, passCount);
     if (!info) return false;
+    if (const char* refusal = RefusalOf(static_cast<uint32_t>(tag))) {
+        TIFFErrorExtR(tiff, "AddCustomTag", "Tag %u %s", static_cast<unsigned>(tag), refusal);
+        return false;
+    }
     rbText text(name);
     info->field_name = KeepFieldName(text.GetUTF8());
     TIFFMergeFieldInfo(tiff, &*info, 1);  // libtiff copies the record; a known tag is skipped

@@ -89,6 +89,16 @@ std::span<const uint32_t> TagsSetByCodec(uint16_t compression) {
     }
 }
 
+bool IsCodecTag(uint32_t tag) {
+    // One compression of each codec family covers every list above.
+    for (const uint16_t compression :
+         {COMPRESSION_OJPEG, COMPRESSION_JPEG, COMPRESSION_LZW, COMPRESSION_CCITTFAX3, COMPRESSION_LERC}) {
+        const std::span<const uint32_t> tags = TagsSetByCodec(compression);
+        if (std::find(tags.begin(), tags.end(), tag) != tags.end()) return true;
+    }
+    return false;
+}
+
 namespace {
 
 std::set<std::string>& KeptNames() {
