@@ -49,7 +49,8 @@ struct Scratch {
 };
 
 enum class Read { Plain, Defaulted };
-// TIFFGetField or TIFFGetFieldDefaulted into the scratch slots; libtiff's result.
+// TIFFGetField or TIFFGetFieldDefaulted into the scratch slots; libtiff's result. A defaulted read
+// of a tag whose default libtiff cannot compute safely for this directory is a plain read.
 int GetIntoScratch(TIFF* tiff, uint32_t tag, Read read, Scratch& scratch);
 
 // TIFF's own data type codes: 1 to 13, and BigTIFF's 16 to 18.
