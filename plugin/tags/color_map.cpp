@@ -98,8 +98,8 @@ bool LeavesOldJpeg(TIFF* tiff, va_list ap) {
 // texts, through stray pointers). Their values went with the old codec.
 void ForgetCodecTags(TIFF* tiff, uint16_t compression) {
     for (uint32_t tag : TagsSetByCodec(compression)) {
-        // Under a definition met in a file or given by the program, the value is an ordinary
-        // custom value of the directory's own, which stays.
+        // Under a definition met in a file, the value is an ordinary custom value of the
+        // directory's own, which stays.
         if (IsCodecDefinition(TIFFFindField(tiff, tag, TIFF_ANY))) TIFFUnsetField(tiff, tag);
     }
 }

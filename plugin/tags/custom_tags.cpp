@@ -25,6 +25,10 @@ namespace {
 std::optional<TIFFFieldInfo> SafeFieldInfo(int32_t tag, int32_t readCount, int32_t writeCount, int32_t type,
                                            int32_t okToChange, int32_t passCount) {
     if (!IsTiffType(type)) return std::nullopt;
+    // libtiff 4.5 holds IFD values in 8 bytes but writes them from a 4-byte array (100, 200 became
+    // 100, 0); as LONG they are held in 4 bytes, as the classic build held IFD values, and written
+    // as they are.
+    if (type == TIFF_IFD) type = TIFF_LONG;
     auto reads = static_cast<short>(readCount);
     auto writes = static_cast<short>(writeCount);
     const bool counted = (passCount & 0xFF) != 0;
@@ -112,6 +116,23 @@ bool SetTagData(TIFF* tiff, uint32_t tag, REALstring string) {
     }
 }
 
+// 64-bit values: libtiff writes them into a classic TIFF as 32-bit values, and one that does not
+// fit makes the whole directory fail to write, so the file no longer opens.
+bool Is64BitType(int32_t type) {
+    return type == TIFF_LONG8 || type == TIFF_SLONG8 || type == TIFF_IFD8;
+}
+
+// Why a declaration that has a safe form is still refused; nullptr when it is not.
+const char* RefusalOf(TIFF* tiff, uint32_t tag, int32_t type) {
+    // A codec's tag under another definition shadows the codec's own once its compression is set:
+    // the value would be written while the codec encodes without it (Predictor 2 over rows never
+    // differenced).
+    if (IsCodecTag(tag)) return "belongs to a compression's codec: set Compression, then the tag";
+    if (Is64BitType(type) && TIFFIsBigTIFF(tiff) == 0)
+        return "cannot hold 64-bit values outside a BigTIFF file";
+    return nullptr;
+}
+
 }  // namespace
 
 bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t writeCount, int32_t type,
@@ -126,6 +147,10 @@ bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t write
     std::optional<TIFFFieldInfo> info =
         SafeFieldInfo(tag, readCount, writeCount, type, okToChange, passCount);
     if (!info) return false;
+    if (const char* refusal = RefusalOf(tiff, static_cast<uint32_t>(tag), type)) {
+        TIFFErrorExtR(tiff, "AddCustomTag", "Tag %u %s", static_cast<unsigned>(tag), refusal);
+        return false;
+    }
     rbText text(name);
     info->field_name = KeepFieldName(text.GetUTF8());
     TIFFMergeFieldInfo(tiff, &*info, 1);  // libtiff copies the record; a known tag is skipped

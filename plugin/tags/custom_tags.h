@@ -11,8 +11,9 @@ namespace tqv {
 
 // Declares a tag on the open handle (until the directory changes or the file closes). The
 // description is first brought into a form libtiff 4.5 handles safely; one that has none gives
-// false. True once the description was handed to libtiff, whatever libtiff made of it (a tag
-// libtiff already knows keeps its definition).
+// false, and so (with an Error event) do a codec's tags and 64-bit types outside BigTIFF. True once the
+// description was handed to libtiff, whatever libtiff made of it (a tag libtiff already knows keeps its
+// definition).
 bool AddCustomTag(REALobject self, int32_t tag, int32_t readCount, int32_t writeCount, int32_t type,
                   int32_t fieldBit, int32_t okToChange, int32_t passCount, REALstring name);
 

@@ -76,6 +76,7 @@ std::span<const uint32_t> TagsSetByCodec(uint16_t compression) {
         case COMPRESSION_DEFLATE:
         case COMPRESSION_LZMA:
         case COMPRESSION_ZSTD:
+        case COMPRESSION_PIXARLOG:
             return kPredictor;
         case COMPRESSION_CCITTRLE:
         case COMPRESSION_CCITTRLEW:
@@ -87,6 +88,16 @@ std::span<const uint32_t> TagsSetByCodec(uint16_t compression) {
         default:
             return {};
     }
+}
+
+bool IsCodecTag(uint32_t tag) {
+    // One compression of each codec family covers every list above.
+    for (const uint16_t compression :
+         {COMPRESSION_OJPEG, COMPRESSION_JPEG, COMPRESSION_LZW, COMPRESSION_CCITTFAX3, COMPRESSION_LERC}) {
+        const std::span<const uint32_t> tags = TagsSetByCodec(compression);
+        if (std::find(tags.begin(), tags.end(), tag) != tags.end()) return true;
+    }
+    return false;
 }
 
 namespace {
@@ -101,6 +112,34 @@ bool CodecSetsItself(TIFF* tiff, uint32_t tag) {
     TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
     const std::span<const uint32_t> tags = TagsSetByCodec(compression);
     return std::find(tags.begin(), tags.end(), tag) != tags.end();
+}
+
+uint16_t DefaultedShort(TIFF* tiff, uint32_t tag) {
+    uint16_t value = 0;
+    TIFFGetFieldDefaulted(tiff, tag, &value);
+    return value;
+}
+
+// Whether libtiff's default for a tag the directory does not hold is defined. It takes the
+// codec state for a predictor's whatever the codec (a type-confused read for JPEG or fax), and
+// shifts by BitsPerSample in an int for DotRange and in a long for RGB ReferenceBlackWhite.
+// TransferFunction needs no guard: libtiff refuses depths of 62 bits and more, and tables above
+// the handle's allocation bound, itself.
+bool LibtiffDefaultIsDefined(TIFF* tiff, uint32_t tag) {
+    switch (tag) {
+        case TIFFTAG_PREDICTOR:
+            return CodecSetsItself(tiff, tag);
+        case TIFFTAG_DOTRANGE:
+            return DefaultedShort(tiff, TIFFTAG_BITSPERSAMPLE) < 31;
+        case TIFFTAG_REFERENCEBLACKWHITE: {
+            uint16_t photometric = 0;
+            const bool yCbCr = TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &photometric) == 1 &&
+                               photometric == PHOTOMETRIC_YCBCR;
+            return yCbCr || DefaultedShort(tiff, TIFFTAG_BITSPERSAMPLE) < 63;
+        }
+        default:
+            return true;
+    }
 }
 
 }  // namespace
@@ -149,7 +188,9 @@ bool RaiseIfNil(const void* value, const char* message) {
 int GetIntoScratch(TIFF* tiff, uint32_t tag, Read read, Scratch& scratch) {
     scratch = Scratch{};
     auto* s = scratch.slot;
-    if (read == Read::Defaulted) return TIFFGetFieldDefaulted(tiff, tag, &s[0], &s[1], &s[2], &s[3]);
+    // Where libtiff's default is undefined, only a value the directory holds is given.
+    if (read == Read::Defaulted && LibtiffDefaultIsDefined(tiff, tag))
+        return TIFFGetFieldDefaulted(tiff, tag, &s[0], &s[1], &s[2], &s[3]);
     return TIFFGetField(tiff, tag, &s[0], &s[1], &s[2], &s[3]);
 }
 

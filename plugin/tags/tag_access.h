@@ -49,7 +49,8 @@ struct Scratch {
 };
 
 enum class Read { Plain, Defaulted };
-// TIFFGetField or TIFFGetFieldDefaulted into the scratch slots; libtiff's result.
+// TIFFGetField or TIFFGetFieldDefaulted into the scratch slots; libtiff's result. A defaulted read
+// of a tag whose default libtiff cannot compute safely for this directory is a plain read.
 int GetIntoScratch(TIFF* tiff, uint32_t tag, Read read, Scratch& scratch);
 
 // TIFF's own data type codes: 1 to 13, and BigTIFF's 16 to 18.
@@ -69,6 +70,8 @@ enum class SetArgument {
 // The tags a codec's own field setter takes in libtiff 4.5, in its own form and into its own
 // state, while the codec is the image's.
 std::span<const uint32_t> TagsSetByCodec(uint16_t compression);
+// Whether any codec takes the tag so (Predictor, JPEGTables, the fax tags, ...).
+bool IsCodecTag(uint32_t tag);
 
 // libtiff keeps a definition's name pointer for the life of the handle, and handles outlive any
 // one call: names given to AddCustomTag live for the process (one copy of each distinct name).
@@ -89,10 +92,10 @@ struct FieldShape {
     int elementSize = 0;  // bytes of one value as libtiff takes and hands it out
     // InkNames: set with a count and the NUL-separated names, handed out as one char* only.
     bool inkNames = false;
-    // A definition libtiff made itself for a tag met in a file, or one the program gave, before
-    // the current codec defined it: that codec's own setter and getter take the tag in their own form
-    // (old-style JPEG's offsets as uint64, LERC's parameters as ints, ...), not the definition's, and keep
-    // its value where the directory writer never looks.
+    // A definition libtiff made itself for a tag met in a file before the current codec defined
+    // it (AddCustomTag declares no codec tag): that codec's own setter and getter take the tag in their own
+    // form (old-style JPEG's offsets as uint64, LERC's parameters as ints, ...), not the definition's, and
+    // keep its value where the directory writer never looks.
     bool codecOwn = false;
 
     bool Known() const { return field != nullptr; }

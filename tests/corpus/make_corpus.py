@@ -116,6 +116,8 @@ CASES = {
                                           more=[(273, LONG, {"count": 0x3FFFFFFF, "value": 8}),
                                                 (279, LONG, {"count": 0x3FFFFFFF, "value": 8})]),
     "private_tag_type_14.tif": image(4, 1, data=bytes(4), more=[(65000, 14, {"count": 3, "value": 0x636261})]),
+    "codec_tags_uncompressed.tif": image(4, 1, data=bytes(4),
+                                         more=[(513, BYTE, [1]), (519, BYTE, [1]), (50674, BYTE, [1])]),
     "header_only.tif": b"II*\x00",
     "bigtiff_header_only.tif": b"II+\x00\x08\x00\x00\x00\x10\x00\x00\x00\x00\x00\x00\x00",
 }

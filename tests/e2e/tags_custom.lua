@@ -76,6 +76,27 @@ T.group("Private tags", function()
     T.eq(tostring(s.value), "abc")
     T.eq(#tostring(t:GetData(65105)), 2)
   end)
+  T.test("IFD values are held and written as LONG; 64-bit values need a BigTIFF file", function()
+    local path = T.tmpfile("custom_ifd.tif")
+    write_one_pixel(path, function(t)
+      local take = T.message_log(t)
+      T.eq(t:AddCustomTag(65120, -1, -1, 13, 65, 1, 1, "Private IFDs"), true)
+      T.eq(t:AddCustomTag(65121, 1, 1, 13, 65, 1, 0, "Private IFD"), true)
+      local mb = MemoryBlock(8)
+      mb:SetUInt32(0, 100); mb:SetUInt32(4, 200)
+      T.eq(t:SetFieldMemory(65120, 2, mb), true)
+      T.eq(t:SetFieldInteger(65121, 7), true)
+      for _, type in ipairs({ 16, 17, 18 }) do
+        T.eq(t:AddCustomTag(65122, -1, -1, type, 65, 1, 1, "64-bit"), false, "type " .. type)
+      end
+      T.eq(take(), string.rep("E AddCustomTag: Tag 65122 cannot hold 64-bit values outside a BigTIFF file", 3, " | "))
+    end)
+    local t, n = H.opened(path), Ref(0)
+    t.Warning = function() end
+    local values = t:GetFieldMemory(65120, n)
+    T.eq(n.value, 2); T.eq(values:UInt32(0), 100); T.eq(values:UInt32(4), 200)
+    T.eq(t:GetFieldMemory(65121, n):UInt32(0), 7)
+  end)
   T.test("GetData of a tag that is not counted or text is nil", function()
     local t = TiffPictureTQV()
     t:Open(FolderItem(T.testdata("libtiff/images/rgb-3c-8b.tiff")))
@@ -113,14 +134,9 @@ T.group("Type codes outside TIFF's own", function()
 end)
 
 T.group("Codec tags defined before their codec", function()
-  T.test("take no value while that codec is the image's; before it, they are ordinary counted tags", function()
-    local path = T.tmpfile("custom_codec_tags.tif")
-    write_one_pixel(path, function(t)
-      for _, tag in ipairs({ 519, 513, 50674 }) do
-        T.eq(t:AddCustomTag(tag, -1, -1, 1, 65, 1, 1, "Codec tag " .. tag), true)
-        T.eq(t:SetData(tag, "\1"), true)
-      end
-    end)
+  local CORPUS = (debug.getinfo(1, "S").source:match("^@(.*/)e2e/") or "tests/") .. "corpus/"
+  T.test("met in a file: take no value while that codec is the image's; before it, ordinary counted tags", function()
+    local path = CORPUS .. "codec_tags_uncompressed.tif"
     local t = H.opened(path)
     t.Error = function() end
     T.eq(t:SetData(519, "abc"), true, "uncompressed: the definition libtiff made holds")
@@ -139,17 +155,30 @@ T.group("Codec tags defined before their codec", function()
     t.Compression = 34887  -- LERC reads two ints of its parameters whatever the count
     T.eq(t:SetData(50674, "ab"), false)
   end)
-  T.test("declared by the program before their codec: the same; numbers above 65535 are not declared", function()
+  T.test("not declared by the program: the codec takes them once its compression is set", function()
+    local path = T.tmpfile("custom_codec_predictor.tif")
     local t = TiffPictureTQV()
-    T.truthy(t:CreateString(0))
-    t.Error = function() end
-    T.eq(t:AddCustomTag(292, -1, -1, 1, 65, 1, 1, "Group 3 options as bytes"), true)
-    T.eq(t:SetData(292, "ab"), true, "an ordinary counted tag before the codec")
-    t.Compression = 3  -- the fax codec takes 292 as one uint32 of its own
-    T.eq(t:SetFieldMemory(292, 2, MemoryBlock(8)), false)
-    T.eq(t:SetData(292, "abcd"), false)
-    T.eq(t:GetData(292), nil)
+    T.truthy(t:Create(FolderItem(path)))
+    local take = T.message_log(t)
+    t.Width, t.Height, t.BitsPerSample, t.Photometric = 8, 1, 8, 1
+    T.eq(t:AddCustomTag(317, 1, 1, 3, 65, 1, 0, "Predictor"), false)
+    T.eq(take(), "E AddCustomTag: Tag 317 belongs to a compression's codec: set Compression, then the tag")
+    for _, tag in ipairs({ 292, 347, 513, 34908, 50674 }) do
+      T.eq(t:AddCustomTag(tag, -1, -1, 1, 65, 1, 1, "Codec tag " .. tag), false, "tag " .. tag)
+    end
+    t.Compression = 5
+    T.eq(t:SetFieldShort(317, 2), true)
+    local row = MemoryBlock(8)
+    for x = 0, 7 do row:SetByte(x, 10 + 20 * x) end
+    assign(t, "Scanline", row, 0, 0)
+    t:Close()
+    local r = H.opened(path)
+    local v = Ref(0)
+    T.eq(r:GetFieldShort(317, v), true); T.eq(v.value, 2)
+    T.eq(r:Scanline(0, 0):Bytes(0, 8), "\10\30\50\70\90\110\130\150", "rows differenced as the file says")
     -- libtiff's codec controls (65537 is JPEGQuality) are taken by the codec in its own form
+    T.eq(t:CreateString(0), true)
+    t.Error = function() end
     T.eq(t:AddCustomTag(65537, -1, -1, 2, 65, 1, 0, "JPEG quality as text"), false)
     T.eq(t:AddCustomTag(-1, -1, -1, 2, 65, 1, 0, "Beyond any file"), false)
     t.Compression = 7
