@@ -56,6 +56,13 @@ Value defaultValue(const Param& p) {
     return v;
 }
 
+// The index of the first earlier byref parameter given the same Ref as the one at idx, or -1.
+int earlierRef(lua_State* L, int first, int idx, const Declaration& d) {
+    for (int j = first; j < idx; ++j)
+        if (d.params[static_cast<size_t>(j - first)].byref && lua_rawequal(L, j, idx)) return j - first;
+    return -1;
+}
+
 std::vector<Arg> collectArgs(lua_State* L, int first, int count, const Declaration& d) {
     std::vector<Arg> args;
     for (size_t i = 0; i < d.params.size(); ++i) {
@@ -67,6 +74,7 @@ std::vector<Arg> collectArgs(lua_State* L, int first, int count, const Declarati
             lua_getfield(L, idx, "value");
             args.push_back(Arg{toValue(L, -1, p.type, p.array), true});
             lua_pop(L, 1);
+            args.back().sameVariableAs = earlierRef(L, first, idx, d);
         } else {
             args.push_back(Arg{toValue(L, idx, p.type, p.array), false});
         }
@@ -76,8 +84,9 @@ std::vector<Arg> collectArgs(lua_State* L, int first, int count, const Declarati
 
 void writeBackRefs(lua_State* L, int first, int count, const std::vector<Arg>& args) {
     for (int i = 0; i < count; ++i) {
-        if (!args[static_cast<size_t>(i)].byref) continue;
-        pushValue(L, args[static_cast<size_t>(i)].value);
+        const Arg& a = args[static_cast<size_t>(i)];
+        if (!a.byref || a.sameVariableAs >= 0) continue;
+        pushValue(L, a.value);
         lua_setfield(L, first + i, "value");
     }
 }
