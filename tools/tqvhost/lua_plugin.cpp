@@ -91,13 +91,26 @@ void writeBackRefs(lua_State* L, int first, int count, const std::vector<Arg>& a
     }
 }
 
+// The first row that takes the arguments among those offered to the application; nullptr when
+// there is none, with *refused set when a row the application is not offered takes them.
+template <class Takes>
+const Method* chooseRow(const std::vector<const Method*>& rows, Takes takes, bool* refused) {
+    for (const Method* m : rows) {
+        if (!takes(m->decl)) continue;
+        if (offeredToApplication(m->flags)) return m;
+        *refused = true;
+    }
+    return nullptr;
+}
+
 // Calls the first row whose parameters take the Lua arguments first..top; pushes the result.
 int callOverload(lua_State* L, const std::vector<const Method*>& rows, void* self, int first, Failure& f,
                  const std::string& name) {
     int count = lua_gettop(L) - first + 1;
-    const Method* chosen = nullptr;
-    for (const Method* m : rows)
-        if (!chosen && argsMatch(L, first, count, m->decl)) chosen = m;
+    bool refused = false;
+    const Method* chosen = chooseRow(
+        rows, [&](const Declaration& d) { return argsMatch(L, first, count, d); }, &refused);
+    if (!chosen && refused) return f.message = notOfferedMessage(name), 0;
     if (!chosen)
         return f.message = "no form of " + name + " takes these " + std::to_string(count) + " arguments", 0;
     Value result;
@@ -208,10 +221,12 @@ int assign(lua_State* L, Failure& f) {
     if (!o || o->kind() != Kind::Object || o->dead() || !name)
         return f.message = "assign(object, name, value, ...) expected", 0;
     int count = lua_gettop(L) - 3;
-    const Method* chosen = nullptr;
-    for (const Method* m : rowsNamed(o->cls()->methods, name, true))
-        if (!chosen && argsMatch(L, 4, count, m->decl) && matchesType(L, 3, m->decl.result, false))
-            chosen = m;
+    bool refused = false;
+    const Method* chosen = chooseRow(
+        rowsNamed(o->cls()->methods, name, true),
+        [&](const Declaration& d) { return argsMatch(L, 4, count, d) && matchesType(L, 3, d.result, false); },
+        &refused);
+    if (!chosen && refused) return f.message = notOfferedMessage(name), 0;
     if (!chosen)
         return f.message = std::string("no assignable form of ") + name + " takes these arguments", 0;
     {
@@ -305,6 +320,7 @@ int pluginObjectIndex(lua_State* L, Handle* h, const char* key, Failure& f) {
         return 1;
     }
     if (const Property* p = cls->findProperty(key)) {
+        if (!offeredToApplication(p->flags)) return f.message = notOfferedMessage(p->name), 0;
         Value v = getProperty(o, *p);
         if (pushPending(L)) return f.pending = true, 0;
         pushValue(L, v);
@@ -337,6 +353,7 @@ bool pluginObjectNewIndex(lua_State* L, Handle* h, const char* key, int valueIdx
     }
     const Property* p = cls->findProperty(key);
     if (!p) return false;
+    if (!offeredToApplication(p->flags)) return f.message = notOfferedMessage(p->name), false;
     if (!matchesType(L, valueIdx, p->type, false))
         return f.message = std::string(key) + ": value of type " + typeName(p->type) + " expected", false;
     if (!p->field() && !p->setter) return f.message = std::string(key) + " is read-only", false;
