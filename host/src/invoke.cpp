@@ -170,6 +170,28 @@ void checkRange(TypeKind kind, const Value& v, const std::string& what) {
                                  typeName(Type{kind, {}}));
 }
 
+bool sameType(const Param& a, const Param& b) {
+    return a.type.kind == b.type.kind && a.array == b.array &&
+           equalsIgnoringCase(a.type.className, b.type.className);
+}
+
+// Checked before any handle is lent, so that a refused call leaves no lock behind.
+void checkSharedVariables(const Declaration& decl, const std::vector<Arg>& args) {
+    for (size_t i = 0; i < args.size() && i < decl.params.size(); ++i) {
+        int j = args[i].sameVariableAs;
+        if (j < 0) continue;
+        auto first = static_cast<size_t>(j);
+        if (first >= i || !decl.params[i].byref || !decl.params[first].byref ||
+            args[first].sameVariableAs >= 0)
+            throw std::runtime_error(decl.name + ": argument " + std::to_string(i + 1) +
+                                     " shares a variable with no earlier byref argument");
+        if (!sameType(decl.params[first], decl.params[i]))
+            throw std::runtime_error(decl.name + ": one variable passed byref as " +
+                                     typeName(decl.params[first].type) + " and as " +
+                                     typeName(decl.params[i].type));
+    }
+}
+
 }  // namespace
 
 ffi_type* ffiTypeOf(TypeKind k) {
@@ -197,11 +219,17 @@ Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Ar
     for (size_t i = 0; i < args.size() && i < decl.params.size(); ++i)
         if (!decl.params[i].array) checkRange(decl.params[i].type.kind, args[i].value, decl.name);
     if (assigned) checkRange(decl.result.kind, *assigned, decl.name);
+    checkSharedVariables(decl, args);
     Frame f;
     if (self) f.push(&ffi_type_pointer).p = self;
     std::vector<Raw*> byrefSlots(args.size(), nullptr);
     for (size_t i = 0; i < args.size() && i < decl.params.size(); ++i) {
         const Param& p = decl.params[i];
+        if (args[i].sameVariableAs >= 0) {
+            // The first argument's slot: its handle is lent once and taken back once.
+            f.push(&ffi_type_pointer).p = byrefSlots[static_cast<size_t>(args[i].sameVariableAs)];
+            continue;
+        }
         Raw value = rawOf(p.type.kind, args[i].value, f, p.array);
         if (!p.byref) {
             f.push(p.array ? &ffi_type_pointer : ffiTypeOf(p.type.kind)) = value;
@@ -215,8 +243,11 @@ Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Ar
     }
     if (assigned) f.push(ffiTypeOf(decl.result.kind)) = rawOf(decl.result.kind, *assigned, f, false);
     Raw r = callFrame(fn, f, assigned ? TypeKind::None : decl.result.kind);
-    for (size_t i = 0; i < args.size(); ++i)
+    for (size_t i = 0; i < args.size(); ++i) {
         if (byrefSlots[i]) args[i].value = valueOf(decl.params[i].type.kind, *byrefSlots[i], "byref slot");
+        if (args[i].sameVariableAs >= 0)
+            args[i].value = args[static_cast<size_t>(args[i].sameVariableAs)].value;
+    }
     return assigned ? Value{} : valueOf(decl.result.kind, r, "result");
 }
 

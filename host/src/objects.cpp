@@ -130,6 +130,16 @@ void installHostClasses(AppKind app) {
         add(b, ClassOrigin::HostBuiltin);
 }
 
+bool offeredToApplication(uint32_t flags) {
+    AppKind app = config().app;
+    return (app != AppKind::Console && app != AppKind::Web) || (flags & REALconsoleSafe) != 0;
+}
+
+std::string notOfferedMessage(std::string_view name) {
+    const char* kind = config().app == AppKind::Web ? "web" : "console";
+    return std::string(name) + " is not available in " + kind + " applications";
+}
+
 // ---- Registration ---------------------------------------------------------------------------
 
 namespace {

@@ -5,6 +5,8 @@
 local T = require("host_strict")
 
 local wantVersion, wantKind = arg[1], arg[2]
+-- Console and web applications are offered only the rows registered with the console flag (4).
+local consoleLike = wantKind == "console" or wantKind == "web"
 
 T.group("Host configuration " .. wantVersion .. " " .. wantKind, function()
   T.test("the plugin learnt the configured host version", function()
@@ -31,7 +33,8 @@ T.group("Host configuration " .. wantVersion .. " " .. wantKind, function()
   end)
 
   T.test("pictures of this application kind keep their pixels", function()
-    local o, p = FixtureTQV(), FixtureTQV():MakePicture(3, 2)
+    local o = FixtureTQV()
+    local p = consoleLike and NewPicture(3, 2) or o:MakePicture(3, 2)
     p:SetPixel(2, 1, 200, 100, 50)
     local r, g, b = p:Pixel(2, 1)
     T.eq(r, 200); T.eq(g, 100); T.eq(b, 50)
@@ -44,6 +47,25 @@ T.group("Host configuration " .. wantVersion .. " " .. wantKind, function()
     T.eq(o:Add(1, 2), 3)
     T.eq(tostring(o.Name), "x")
     T.eq(FolderItem(T.tmpfile("config-probe")):FixtureSizeTQV(), -1)
+  end)
+
+  T.test("members without the console flag are refused in console and web applications only", function()
+    local o = FixtureTQV()
+    for _, c in ipairs({
+      { "MakePicture", function() return o:MakePicture(2, 1) end },
+      { "Toggle", function() return o:Toggle() end },
+      { "Image", function() return o.Image end },
+      { "Image", function() o.Image = nil end },
+      { "Serial", function() return o.Serial end },
+      { "FixtureMakeTQV", function() return FixtureMakeTQV(1) end },
+    }) do
+      local ok, err = pcall(c[2])
+      if consoleLike then
+        T.eq(err, c[1] .. " is not available in " .. wantKind .. " applications")
+      else
+        T.truthy(ok, c[1] .. ": " .. tostring(err))
+      end
+    end
   end)
 end)
 

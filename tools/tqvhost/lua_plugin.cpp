@@ -56,6 +56,13 @@ Value defaultValue(const Param& p) {
     return v;
 }
 
+// The index of the first earlier byref parameter given the same Ref as the one at idx, or -1.
+int earlierRef(lua_State* L, int first, int idx, const Declaration& d) {
+    for (int j = first; j < idx; ++j)
+        if (d.params[static_cast<size_t>(j - first)].byref && lua_rawequal(L, j, idx)) return j - first;
+    return -1;
+}
+
 std::vector<Arg> collectArgs(lua_State* L, int first, int count, const Declaration& d) {
     std::vector<Arg> args;
     for (size_t i = 0; i < d.params.size(); ++i) {
@@ -67,6 +74,7 @@ std::vector<Arg> collectArgs(lua_State* L, int first, int count, const Declarati
             lua_getfield(L, idx, "value");
             args.push_back(Arg{toValue(L, -1, p.type, p.array), true});
             lua_pop(L, 1);
+            args.back().sameVariableAs = earlierRef(L, first, idx, d);
         } else {
             args.push_back(Arg{toValue(L, idx, p.type, p.array), false});
         }
@@ -76,19 +84,33 @@ std::vector<Arg> collectArgs(lua_State* L, int first, int count, const Declarati
 
 void writeBackRefs(lua_State* L, int first, int count, const std::vector<Arg>& args) {
     for (int i = 0; i < count; ++i) {
-        if (!args[static_cast<size_t>(i)].byref) continue;
-        pushValue(L, args[static_cast<size_t>(i)].value);
+        const Arg& a = args[static_cast<size_t>(i)];
+        if (!a.byref || a.sameVariableAs >= 0) continue;
+        pushValue(L, a.value);
         lua_setfield(L, first + i, "value");
     }
+}
+
+// The first row that takes the arguments among those offered to the application; nullptr when
+// there is none, with *refused set when a row the application is not offered takes them.
+template <class Takes>
+const Method* chooseRow(const std::vector<const Method*>& rows, Takes takes, bool* refused) {
+    for (const Method* m : rows) {
+        if (!takes(m->decl)) continue;
+        if (offeredToApplication(m->flags)) return m;
+        *refused = true;
+    }
+    return nullptr;
 }
 
 // Calls the first row whose parameters take the Lua arguments first..top; pushes the result.
 int callOverload(lua_State* L, const std::vector<const Method*>& rows, void* self, int first, Failure& f,
                  const std::string& name) {
     int count = lua_gettop(L) - first + 1;
-    const Method* chosen = nullptr;
-    for (const Method* m : rows)
-        if (!chosen && argsMatch(L, first, count, m->decl)) chosen = m;
+    bool refused = false;
+    const Method* chosen = chooseRow(
+        rows, [&](const Declaration& d) { return argsMatch(L, first, count, d); }, &refused);
+    if (!chosen && refused) return f.message = notOfferedMessage(name), 0;
     if (!chosen)
         return f.message = "no form of " + name + " takes these " + std::to_string(count) + " arguments", 0;
     Value result;
@@ -199,10 +221,12 @@ int assign(lua_State* L, Failure& f) {
     if (!o || o->kind() != Kind::Object || o->dead() || !name)
         return f.message = "assign(object, name, value, ...) expected", 0;
     int count = lua_gettop(L) - 3;
-    const Method* chosen = nullptr;
-    for (const Method* m : rowsNamed(o->cls()->methods, name, true))
-        if (!chosen && argsMatch(L, 4, count, m->decl) && matchesType(L, 3, m->decl.result, false))
-            chosen = m;
+    bool refused = false;
+    const Method* chosen = chooseRow(
+        rowsNamed(o->cls()->methods, name, true),
+        [&](const Declaration& d) { return argsMatch(L, 4, count, d) && matchesType(L, 3, d.result, false); },
+        &refused);
+    if (!chosen && refused) return f.message = notOfferedMessage(name), 0;
     if (!chosen)
         return f.message = std::string("no assignable form of ") + name + " takes these arguments", 0;
     {
@@ -296,6 +320,7 @@ int pluginObjectIndex(lua_State* L, Handle* h, const char* key, Failure& f) {
         return 1;
     }
     if (const Property* p = cls->findProperty(key)) {
+        if (!offeredToApplication(p->flags)) return f.message = notOfferedMessage(p->name), 0;
         Value v = getProperty(o, *p);
         if (pushPending(L)) return f.pending = true, 0;
         pushValue(L, v);
@@ -328,6 +353,7 @@ bool pluginObjectNewIndex(lua_State* L, Handle* h, const char* key, int valueIdx
     }
     const Property* p = cls->findProperty(key);
     if (!p) return false;
+    if (!offeredToApplication(p->flags)) return f.message = notOfferedMessage(p->name), false;
     if (!matchesType(L, valueIdx, p->type, false))
         return f.message = std::string(key) + ": value of type " + typeName(p->type) + " expected", false;
     if (!p->field() && !p->setter) return f.message = std::string(key) + " is read-only", false;

@@ -31,9 +31,13 @@ struct Value {
 };
 
 // One argument; a byref argument's value is replaced by the slot's content after the call.
+// A variable passed to several byref parameters is one slot, as in the runtime: the later
+// arguments name the first (`sameVariableAs`, its index) and must be declared with its type;
+// the plugin gets one address for all of them, and after the call they all hold the slot's content.
 struct Arg {
     Value value;
     bool byref = false;
+    int sameVariableAs = -1;
 };
 
 // Calls fn(self?, args...) as declared. `self` is the object address (nullptr for a global);

@@ -112,6 +112,13 @@ void completeRegistration();
 
 // Replaces the host's own classes by those of an application kind (configure() calls it).
 void installHostClasses(AppKind app);
+
+// Whether a row registered with `flags` is offered to the configured application: console and
+// web applications get only the rows flagged REALconsoleSafe, every other kind gets them all.
+bool offeredToApplication(uint32_t flags);
+// "NAME is not available in console applications" (or web applications): the error for a row
+// that offeredToApplication() refuses.
+std::string notOfferedMessage(std::string_view name);
 ObjectHandle* asObject(const void* address, const char* service);
 
 // Hooks an embedding (tqvhost) sets to connect plugin callbacks to its program.
