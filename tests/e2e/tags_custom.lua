@@ -243,6 +243,15 @@ T.group("Colour map", function()
       T.eq(H.reference(copy).ColorMap, want)
     end)
   end
+  -- One variable passed for all three channels: the blocks stored in it before the last were
+  -- still locked when they were overwritten.
+  T.test("one variable for all three channels ends with the blue channel", function()
+    local t, m, b = TiffPictureTQV(), Ref(nil), Ref(nil)
+    t:Open(FolderItem(T.testdata("libtiff/images/palette-1c-8b.tiff")))
+    T.eq(t:GetColorMap(m, m, m), true)
+    T.eq(t:GetColorMap(Ref(nil), Ref(nil), b), true)
+    T.eq(m.value:Bytes(0), b.value:Bytes(0))
+  end)
   T.test("no colour map: false, and blocks held before come back nil", function()
     local t, r, g, b = TiffPictureTQV(), Ref(MemoryBlock(4)), Ref(MemoryBlock(4)), Ref(nil)
     t:Open(FolderItem(T.testdata("libtiff/images/rgb-3c-8b.tiff")))
