@@ -45,16 +45,6 @@ bool FillBlock(REALmemoryBlock block, const uint16_t* values, int64_t bytes) {
 TIFFVSetMethod gDirectorySetField = nullptr;
 TIFFExtendProc gParentExtender = nullptr;
 
-// The first variadic argument of a set, left unread in `ap` for the setter.
-template <typename T>
-T PeekArgument(va_list ap) {
-    va_list peek;
-    va_copy(peek, ap);
-    const T value = va_arg(peek, T);
-    va_end(peek);
-    return value;
-}
-
 bool ColorMapSet(TIFF* tiff) {
     const uint16_t *r = nullptr, *g = nullptr, *b = nullptr;
     return TIFFGetField(tiff, TIFFTAG_COLORMAP, &r, &g, &b) == 1;

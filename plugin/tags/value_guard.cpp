@@ -39,31 +39,23 @@ bool DirectoryField(uint32_t tag) {
 // setter reads it.
 uint64_t CountOf(const TIFFField* field, TIFF* tiff, va_list ap) {
     const int writeCount = TIFFFieldWriteCount(field);
-    va_list peek;
-    va_copy(peek, ap);
-    uint64_t count = 0;
     if (TIFFFieldDataType(field) == TIFF_ASCII) {
-        if (TIFFFieldPassCount(field)) {
-            count = va_arg(peek, uint32_t);
-        } else {
-            const char* text = va_arg(peek, const char*);
-            count = text != nullptr ? std::strlen(text) + 1 : 0;
-        }
-    } else if (TIFFFieldPassCount(field)) {
+        if (TIFFFieldPassCount(field)) return PeekArgument<uint32_t>(ap);
+        const char* text = PeekArgument<const char*>(ap);
+        return text != nullptr ? std::strlen(text) + 1 : 0;
+    }
+    if (TIFFFieldPassCount(field)) {
         // A count passed as int is stored as uint32: a negative one asks for billions of values.
-        count =
-            writeCount == TIFF_VARIABLE2 ? va_arg(peek, uint32_t) : static_cast<uint32_t>(va_arg(peek, int));
-    } else if (writeCount == TIFF_VARIABLE || writeCount == TIFF_VARIABLE2) {
-        count = 1;
-    } else if (writeCount == TIFF_SPP) {
+        return writeCount == TIFF_VARIABLE2 ? PeekArgument<uint32_t>(ap)
+                                            : static_cast<uint32_t>(PeekArgument<int>(ap));
+    }
+    if (writeCount == TIFF_VARIABLE || writeCount == TIFF_VARIABLE2) return 1;
+    if (writeCount == TIFF_SPP) {
         uint16_t samples = 1;
         TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &samples);
-        count = samples;
-    } else {
-        count = writeCount > 0 ? static_cast<uint64_t>(writeCount) : 0;
+        return samples;
     }
-    va_end(peek);
-    return count;
+    return writeCount > 0 ? static_cast<uint64_t>(writeCount) : 0;
 }
 
 }  // namespace
@@ -73,11 +65,7 @@ int FitCustomValue(TIFF* tiff, uint32_t tag, va_list ap) {
     if (field == nullptr) return -1;  // libtiff refuses an unknown tag before it touches anything
     const char* name = TIFFFieldName(field) != nullptr ? TIFFFieldName(field) : "Tag";
     if (tag == TIFFTAG_SUBIFD) {
-        va_list peek;
-        va_copy(peek, ap);
-        const auto offsets = static_cast<uint16_t>(va_arg(peek, int));  // read as uint16_vap
-        va_end(peek);
-        if (offsets != 0) return -1;
+        if (static_cast<uint16_t>(PeekArgument<int>(ap)) != 0) return -1;  // read as uint16_vap
         TIFFErrorExtR(tiff, name, "A SubIFD tag needs at least one offset");
         return 0;
     }

@@ -9,6 +9,16 @@
 
 namespace tqv {
 
+// The first variadic argument of a set, left unread in `ap` for the setter.
+template <typename T>
+T PeekArgument(va_list ap) {
+    va_list peek;
+    va_copy(peek, ap);
+    const T value = va_arg(peek, T);
+    va_end(peek);
+    return value;
+}
+
 // libtiff frees a custom field's old value before it looks at the new one. When it then refuses
 // the new one (no values, a type it cannot size) or cannot allocate its copy (more bytes than the
 // handle may allocate), the field stays in the directory with a count and no values: the directory
