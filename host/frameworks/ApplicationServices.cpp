@@ -17,9 +17,14 @@ EXPORT bool LockPixels(PixMapHandle pm) {
     return true;
 }
 
-// Unbalanced unlocks are tolerated: a picture reader may unlock a map it never locked.
+// An unlock with no lock to release changes nothing here; the host reports it when the picture
+// goes, as the real framework's lock is one flag that such an unlock would take from another user.
 EXPORT void UnlockPixels(PixMapHandle pm) {
-    if (pm && *pm && (*pm)->lockCount > 0) --(*pm)->lockCount;
+    if (!pm || !*pm) return;
+    if ((*pm)->lockCount > 0)
+        --(*pm)->lockCount;
+    else
+        ++(*pm)->unbalancedUnlocks;
 }
 
 EXPORT void* GetPixBaseAddr(PixMapHandle pm) {

@@ -10,8 +10,9 @@
 struct PixMapStruct {
     void* baseAddr;
     long rowBytes;
-    int16_t depth;  // 32: bytes spare, R, G, B; 24: R, G, B; 16: big-endian 1-5-5-5; 8: grey
-    int32_t lockCount;
+    int16_t depth;              // 32: bytes spare, R, G, B; 24: R, G, B; 16: big-endian 1-5-5-5; 8: grey
+    int32_t lockCount;          // LockPixels not yet matched by UnlockPixels
+    int32_t unbalancedUnlocks;  // UnlockPixels calls with no lock to release
 };
 
 struct GWorldStruct {

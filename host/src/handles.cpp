@@ -152,9 +152,14 @@ Live live() {
     for (const auto& [address, h] : state().handles) {
         if (h->dead()) continue;
         if (h->kind() == Kind::Picture) {
-            if (int32_t locks = static_cast<const PictureHandle*>(h)->descriptionLocks; locks > 0) {
+            const auto* picture = static_cast<const PictureHandle*>(h);
+            if (int32_t locks = picture->descriptionLocks; locks > 0) {
                 out.total += locks;
                 out.byKind["description"] += locks;
+            }
+            if (int32_t locks = picture->pixelLocks(); locks > 0) {
+                out.total += locks;
+                out.byKind["pixels"] += locks;
             }
         }
         if (h->pluginLocks() == 0) continue;

@@ -72,12 +72,16 @@ PictureHandle::PictureHandle(int32_t width, int32_t height, int32_t depth, Pictu
     rowStride_ = rowBytesFor(width, depth);
     bytes_.assign(static_cast<size_t>(rowStride_) * static_cast<size_t>(height), 0);
     pixMap_ = std::make_unique<PixMapStruct>(
-        PixMapStruct{bytes_.data(), rowStride_, static_cast<int16_t>(depth), 0});
+        PixMapStruct{bytes_.data(), rowStride_, static_cast<int16_t>(depth), 0, 0});
     world_ = std::make_unique<GWorldStruct>(GWorldStruct{pixMap_.get()});
     fillGuards();
 }
 
 PictureHandle::~PictureHandle() = default;
+
+int32_t PictureHandle::pixelLocks() const {
+    return pixMap_ ? pixMap_->lockCount : 0;
+}
 
 void PictureHandle::fillGuards() {
     const long used = pixelBytesFor(width_, depth_);
@@ -114,6 +118,22 @@ void PictureHandle::destroy() {
                       static_cast<int>(descriptionLocks), address());
         Accounts::error(text);
         descriptionLocks = 0;
+    }
+    if (pixMap_ && pixMap_->lockCount > 0) {
+        char text[160];
+        std::snprintf(text, sizeof text, "releasing a picture: %d pixel lock(s) of picture %p never unlocked",
+                      static_cast<int>(pixMap_->lockCount), address());
+        Accounts::error(text);
+        pixMap_->lockCount = 0;
+    }
+    if (pixMap_ && pixMap_->unbalancedUnlocks > 0) {
+        char text[160];
+        std::snprintf(text, sizeof text,
+                      "releasing a picture: the plugin unlocked the pixels of picture %p "
+                      "%d time(s) when they were not locked",
+                      address(), static_cast<int>(pixMap_->unbalancedUnlocks));
+        Accounts::error(text);
+        pixMap_->unbalancedUnlocks = 0;
     }
     mask = HostRef();
     // The pixels go; the records stay (with null pointers) so that stale descriptions fail safely.

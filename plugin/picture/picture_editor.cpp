@@ -182,21 +182,23 @@ bool PictureEditor::LockPixMap(REALpicture source, int copiesLeft) {
         REALUnlockPictureDescription(source);
         return false;
     }
-    pixMap = GetGWorldPixMap(static_cast<GWorldPtr>(description.pictureData));
-    if (pixMap == nullptr) return FailPixMap(source);
-    const int16_t depth = GetPixDepth(pixMap);
+    // `pixMap` records only pixels this editor locked: Release unlocks what it records.
+    PixMapHandle map = GetGWorldPixMap(static_cast<GWorldPtr>(description.pictureData));
+    if (map == nullptr) return FailPixMap(source);
+    const int16_t depth = GetPixDepth(map);
     if (depth != kDepthXRGB && depth != kDepthRGB) {
         REALUnlockPictureDescription(source);
         return LockCopyOfDepth(source, copiesLeft);
     }
     pixelType = depth == kDepthXRGB ? kPixelTypeXRGB : kPixelTypeRGB;
     bytesPerPixel = depth == kDepthXRGB ? 4 : 3;
-    if (!LockPixels(pixMap)) return FailPixMap(source);
-    baseAddress = rowPointer = static_cast<uint8_t*>(GetPixBaseAddr(pixMap));
+    if (!LockPixels(map)) return FailPixMap(source);
+    baseAddress = rowPointer = static_cast<uint8_t*>(GetPixBaseAddr(map));
     if (baseAddress == nullptr || !Hold(source)) {
-        UnlockPixels(pixMap);
+        UnlockPixels(map);
         return FailPixMap(source);
     }
+    pixMap = map;
     descriptionLocked = true;
     rowBytes = static_cast<int32_t>(GetPixRowBytes(pixMap));
     width = description.width;
@@ -206,8 +208,6 @@ bool PictureEditor::LockPixMap(REALpicture source, int copiesLeft) {
 }
 
 // A pixel map of another depth: writers refuse it, readers read a 32-bit copy drawn by the host.
-// `pixMap` stays recorded although its pixels were never locked, so the nested lock's release
-// hands it to UnlockPixels, which the framework tolerates.
 bool PictureEditor::LockCopyOfDepth(REALpicture source, int copiesLeft) {
     if (forWriting || copiesLeft < 1) return false;
     const int32_t w = description.width;

@@ -433,6 +433,7 @@ int indexPicture(lua_State* L, PictureHandle* p, const char* key) {
     if (equalsIgnoringCase(key, "Depth")) return lua_pushinteger(L, p->depth()), 1;
     if (equalsIgnoringCase(key, "CacheClears")) return lua_pushinteger(L, p->cacheClears), 1;
     if (equalsIgnoringCase(key, "DescriptionLocks")) return lua_pushinteger(L, p->descriptionLocks), 1;
+    if (equalsIgnoringCase(key, "PixelLocks")) return lua_pushinteger(L, p->pixelLocks()), 1;
     if (equalsIgnoringCase(key, "Mask")) return pushHandle(L, p->mask.get()), 1;
     return pushMember(L, kPictureMethods, key) ? 1 : 0;
 }

@@ -37,8 +37,9 @@ extern "C" void* lookup(const char* name);
 
 // References the plugin holds right now: locks it took minus those it released, by kind
 // ("object", "string", "memoryblock", "picture", "folderitem", "graphics", "stringdata" for
-// the private copies of "PluginGetStringData" not yet given back, and "description" for picture
-// descriptions locked and not yet unlocked).
+// the private copies of "PluginGetStringData" not yet given back, "description" for picture
+// descriptions locked and not yet unlocked, and "pixels" for pixel-map pixels locked through the
+// stand-in framework and not yet unlocked).
 struct Live {
     int64_t total = 0;
     std::map<std::string, int64_t> byKind;

@@ -51,6 +51,8 @@ class PictureHandle : public Handle {
     HostRef mask;  // the grey mask, held by the picture
     int32_t descriptionLocks = 0;
     int64_t cacheClears = 0;
+    // Pixel-map locks taken through the stand-in framework and not yet released (0 for pixel records).
+    int32_t pixelLocks() const;
     // Reports (once) an accounting error when bytes past a row's pixels were changed.
     void checkGuards(const char* when);
 
