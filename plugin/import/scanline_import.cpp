@@ -115,7 +115,7 @@ bool ReadRows(const Session& s, const RowPass& pass, PictureWriter& writer) {
 bool DecodeInto(const Session& s, const ScanlineImage& image, const ScanlineImporter& importer,
                 RowPass pass) {
     // Rows libtiff cannot read now fail alike: one Error, not one a row.
-    if (!RowsReadable(pass.tiff, "TIFFReadScanline")) return false;
+    if (!RowsReadable(pass.tiff, "TIFFReadScanline") || !StripsReadable(pass.tiff)) return false;
     PrimeStrip(pass.tiff, pass.buffer, static_cast<uint32_t>(pass.rect.top), image.rowsPerStrip);
     PictureWriter writer;
     // A picture the host cannot make (a side over 32,767) is a success without a picture.

@@ -29,15 +29,18 @@ inline uint16_t CodecSample(TIFF* tiff, uint16_t sample) {
     return planar == PLANARCONFIG_SEPARATE ? sample : 0;
 }
 
+// False, after an Error event, for a striped image without strip offsets. Row loops ask once
+// before their first row, so that the refusal is reported once, not once a row.
+inline bool StripsReadable(TIFF* tiff) {
+    if (TIFFIsTiled(tiff)) return true;
+    uint64_t* offsets = nullptr;
+    if (TIFFGetField(tiff, TIFFTAG_STRIPOFFSETS, &offsets) == 1 && offsets != nullptr) return true;
+    TIFFErrorExtR(tiff, "TIFFReadScanline", "No strips to read: no row of the image was written");
+    return false;
+}
+
 inline int ReadScanline(TIFF* tiff, void* row, uint32_t index, uint16_t sample) {
-    if (!RowsReadable(tiff, "TIFFReadScanline")) return -1;
-    if (!TIFFIsTiled(tiff)) {
-        uint64_t* offsets = nullptr;
-        if (TIFFGetField(tiff, TIFFTAG_STRIPOFFSETS, &offsets) != 1 || offsets == nullptr) {
-            TIFFErrorExtR(tiff, "TIFFReadScanline", "No strips to read: no row of the image was written");
-            return -1;
-        }
-    }
+    if (!RowsReadable(tiff, "TIFFReadScanline") || !StripsReadable(tiff)) return -1;
     return TIFFReadScanline(tiff, row, index, CodecSample(tiff, sample));
 }
 

@@ -1,5 +1,6 @@
 #include "session/streams.h"
 
+#include <fcntl.h>
 #include <tiffio.h>
 
 #include <algorithm>
@@ -83,6 +84,14 @@ toff_t SizeRead(thandle_t handle) noexcept {
 tmsize_t WriteRead(thandle_t, void*, tmsize_t) noexcept {
     return 0;
 }
+
+}  // namespace
+
+bool WritesNothing(TIFF* tiff) {
+    return TIFFGetMode(tiff) == O_RDONLY || TIFFGetWriteProc(tiff) == &WriteRead;
+}
+
+namespace {
 
 // ---- Write stream ---------------------------------------------------------------------------
 

@@ -7,6 +7,7 @@
 #ifndef TQV_SESSION_STREAMS_H
 #define TQV_SESSION_STREAMS_H
 
+#include <tiffio.h>
 #include <tqv/plugin_abi.h>
 
 #include <cstdint>
@@ -18,6 +19,10 @@ struct TiffData;
 // The output buffer starts at the requested size but at least this, and grows to the end of a
 // write that does not fit plus this.
 inline constexpr int64_t kOutputStep = 1048576;
+
+// Whether nothing written through `tiff` can reach its file: a handle open for reading, or one
+// on the bytes of a string, which every mode opens for reading only.
+bool WritesNothing(TIFF* tiff);
 
 // Cleans the record, then opens `data` (its bytes exactly as the host stores them) for reading.
 // On failure the string stays held until the next clean-up.

@@ -70,6 +70,8 @@ constexpr char kChangesName[] = "tqv.changes";
 constexpr char kWritingName[] = "tqv.writing";
 constexpr char kLayoutName[] = "tqv.layout";
 constexpr char kLayoutSeenName[] = "tqv.layout.seen";
+constexpr char kWriteFailedName[] = "tqv.write.failed";
+constexpr char kDirectoryMarkName[] = "tqv.directory.mark";
 
 uintptr_t ClientValue(TIFF* tiff, const char* name) {
     return reinterpret_cast<uintptr_t>(TIFFGetClientInfo(tiff, name));
@@ -167,13 +169,25 @@ void NoteRowsWritten(TIFF* tiff) {
         TIFFSetClientInfo(tiff, tiff, kWritingName);
 }
 
+void NoteDirectoryWriteFailed(TIFF* tiff) {
+    if (tiff != nullptr && TIFFGetMode(tiff) != O_RDONLY) TIFFSetClientInfo(tiff, tiff, kWriteFailedName);
+}
+
 void NoteDirectoryChanged(TIFF* tiff, bool read) {
     if (tiff == nullptr) return;
     if (TIFFGetClientInfo(tiff, kWritingName) != nullptr) TIFFSetClientInfo(tiff, nullptr, kWritingName);
+    if (TIFFGetClientInfo(tiff, kWriteFailedName) != nullptr)
+        TIFFSetClientInfo(tiff, nullptr, kWriteFailedName);
     // A directory begun for writing has no rows to read yet, and libtiff sizes them when the
     // first is written.
     SetClientValue(tiff, kLayoutName, read ? LayoutOf(tiff) : 0);
     SetClientValue(tiff, kLayoutSeenName, ChangesOf(tiff));
+    SetClientValue(tiff, kDirectoryMarkName, ChangesOf(tiff));
+}
+
+bool ChangedSinceSelected(TIFF* tiff) {
+    return tiff != nullptr &&
+           (RowsBeingWritten(tiff) || ClientValue(tiff, kDirectoryMarkName) != ChangesOf(tiff));
 }
 
 void NoteLayoutSetUp(TIFF* tiff) {
@@ -191,6 +205,12 @@ bool RowsBeingWritten(TIFF* tiff) {
 }
 
 bool RowsReadable(TIFF* tiff, const char* module) {
+    if (tiff != nullptr && TIFFGetClientInfo(tiff, kWriteFailedName) != nullptr) {
+        TIFFErrorExtR(tiff, module,
+                      "Cannot read rows of an image whose directory could not be written; select an image "
+                      "again first");
+        return false;
+    }
     if (!RowsBeingWritten(tiff)) return LayoutKept(tiff, module);
     TIFFErrorExtR(tiff, module, "Cannot read rows of an image while its rows are being written");
     return false;

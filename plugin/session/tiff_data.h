@@ -75,6 +75,13 @@ uintptr_t ChangeMark(TIFF* tiff);
 // or that the directory now current was begun for writing.
 void NoteRowsWritten(TIFF* tiff);
 void NoteDirectoryChanged(TIFF* tiff, bool read);
+// libtiff's directory writers give the strip buffer up before they write, and a write that then
+// fails leaves libtiff taking the buffer for still loaded: a row read from that strip would read
+// freed memory. Rows stay unreadable until a directory is selected or begun again.
+void NoteDirectoryWriteFailed(TIFF* tiff);
+// Whether anything was set on the handle, flushed or written into it since its current directory
+// was read or begun: what a flush could have to write.
+bool ChangedSinceSelected(TIFF* tiff);
 // libtiff sized the rows of the current directory anew: a codec's data format (JPEGColorMode,
 // SGILogDataFmt, PixarLogDataFmt) sets the depth or the upsampling and recomputes the row size
 // with it. Nothing to do for a directory begun for writing.

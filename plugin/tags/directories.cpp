@@ -1,5 +1,6 @@
 #include "tags/directories.h"
 
+#include <fcntl.h>
 #include <tiffio.h>
 
 #include "bridge/handles.h"
@@ -7,6 +8,7 @@
 #include "bridge/services.h"
 #include "import/full_colour.h"
 #include "session/open_limits.h"
+#include "session/streams.h"
 #include "session/tiff_data.h"
 #include "tags/tag_access.h"
 
@@ -30,31 +32,77 @@ bool AfterDirectoryChange(REALobject self, TIFF* tiff, bool changed, bool header
     return OpenTiffOf(self) == tiff;
 }
 
-// libtiff's directory readers leave the strip still waiting in its buffer: the last rows of a
-// page being written were lost, and the next row written into the other page flushed that strip
-// under its old number, past the end of the new page's strip tables (the process stopped). When
-// the page to select exists, the strip and the directory go to the file first, as Close writes
-// them, and libtiff's handle then holds a new, empty directory that knows no next one: pages are
-// selected by number. A page that does not exist leaves the rows pending, as any failed
-// selection leaves the current page.
-bool SelectAfterPendingRows(REALobject self, TIFF* tiff, uint64_t index, bool headerOnly) {
+// libtiff gives the current directory up before it has read the next one whole: a selection that
+// fails on a damaged page can leave the handle on that half-read page, or pointing at it, and the
+// next directory written would go over that page or link it into the chain a second time. The
+// page that was current is selected again; a page begun for writing that was never written has
+// nothing to go back to, and begins anew (its fields are gone, as any selection drops them).
+struct Position {
+    tdir_t index;
+    uint64_t offset;
+    bool read;
+};
+
+Position Here(TIFF* tiff) {
+    return {TIFFCurrentDirectory(tiff), TIFFCurrentDirOffset(tiff), DirectoryRead(tiff)};
+}
+
+void SelectAgain(TIFF* tiff, tdir_t index, bool read) {
+    if (read && TIFFSetDirectory(tiff, index) != 0) {
+        NoteDirectoryChanged(tiff, true);
+        return;
+    }
+    // The codec's state goes with its compression; the fields with the directory.
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    TIFFFreeDirectory(tiff);
+    TIFFCreateDirectory(tiff);
+    NoteDirectoryChanged(tiff, false);
+}
+
+void AfterFailedSelection(TIFF* tiff, const Position& before) {
+    if (TIFFCurrentDirectory(tiff) != before.index || TIFFCurrentDirOffset(tiff) != before.offset)
+        SelectAgain(tiff, before.index, before.read);
+}
+
+// Selecting another page drops what libtiff holds for the current one: rows still waiting in its
+// strip buffer (the last rows of a page being written were lost, and the next row written into
+// the other page flushed that strip under its old number, past the end of the new page's strip
+// tables: the process stopped), and fields set on a page of the file. So on a handle that can
+// write, the current page goes to the file first, as Close writes it, and libtiff's handle then
+// holds a new, empty directory that knows no next one: pages are selected by number. A page
+// begun for writing goes to the file only when rows were written into it. A page that does not
+// exist, or a page that cannot be written, leaves the current page as it is.
+bool WritesFirst(TIFF* tiff) {
+    return RowsBeingWritten(tiff) || (DirectoryRead(tiff) && !WritesNothing(tiff));
+}
+
+bool SelectAfterWriting(REALobject self, TIFF* tiff, uint64_t index, bool headerOnly) {
     // A page begun for writing joins the file as its last.
     const uint64_t pages = uint64_t{TIFFNumberOfDirectories(tiff)} + (DirectoryRead(tiff) ? 0 : 1);
     if (index >= pages) return false;
+    const auto was = static_cast<tdir_t>(DirectoryRead(tiff) ? TIFFCurrentDirectory(tiff) : pages - 1);
     NoteHandleChange(tiff);
-    if (TIFFFlush(tiff) != 1) return false;
+    if (TIFFFlush(tiff) != 1) {
+        NoteDirectoryWriteFailed(tiff);
+        return false;
+    }
     const bool changed = TIFFSetDirectory(tiff, static_cast<tdir_t>(index)) != 0;
+    if (!changed) SelectAgain(tiff, was, true);
     return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
 }
 
 bool ReadDirectory(REALobject self, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
-    if (!RowsBeingWritten(tiff))
-        return AfterDirectoryChange(self, tiff, Noted(tiff, TIFFReadDirectory(tiff) != 0, true), headerOnly);
-    // A page begun for writing is the last: it has no next one.
-    if (!DirectoryRead(tiff)) return false;
-    return SelectAfterPendingRows(self, tiff, uint64_t{TIFFCurrentDirectory(tiff)} + 1, headerOnly);
+    if (WritesFirst(tiff)) {
+        // A page begun for writing is the last: it has no next one.
+        if (!DirectoryRead(tiff)) return false;
+        return SelectAfterWriting(self, tiff, uint64_t{TIFFCurrentDirectory(tiff)} + 1, headerOnly);
+    }
+    const Position before = Here(tiff);
+    const bool changed = TIFFReadDirectory(tiff) != 0;
+    if (!changed) AfterFailedSelection(tiff, before);
+    return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
 }
 
 // libtiff 4.5 takes 32-bit directory numbers and fails on 65536; the host's index is 16-bit.
@@ -62,9 +110,39 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     TIFF* tiff = OpenTiffOf(self);
     if (tiff == nullptr) return false;
     const auto directory = static_cast<uint16_t>(index);
-    if (RowsBeingWritten(tiff)) return SelectAfterPendingRows(self, tiff, directory, headerOnly);
-    return AfterDirectoryChange(self, tiff, Noted(tiff, TIFFSetDirectory(tiff, directory) != 0, true),
-                                headerOnly);
+    if (WritesFirst(tiff)) return SelectAfterWriting(self, tiff, directory, headerOnly);
+    const Position before = Here(tiff);
+    const bool changed = TIFFSetDirectory(tiff, directory) != 0;
+    if (!changed) AfterFailedSelection(tiff, before);
+    return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
+}
+
+// A directory written ends the rows being written. On a handle that writes nothing, libtiff
+// writes nothing either: AddImage answers true (false on a string, whose writes fail) and the
+// page stays as it was read, so its layout stays guarded. SaveImage would fail only after
+// libtiff had cleared its own record of where the first page is, or moved its own link to the
+// page, which lost pages for the rest of the session: it is refused first.
+bool WriteDirectory(TIFF* tiff, bool rewrite) {
+    if (WritesNothing(tiff)) {
+        if (!rewrite) {
+            if (TIFFWriteDirectory(tiff) != 0) return true;
+            NoteDirectoryWriteFailed(tiff);
+            return false;
+        }
+        TIFFErrorExtR(tiff, "TIFFRewriteDirectory", "File not open for writing");
+        return false;
+    }
+    // libtiff writes a directory it read from the file back where it was, with its values after
+    // it, over whatever follows there (the next page's directory, image data): that is SaveImage's
+    // work, which moves it where it fits.
+    if (!rewrite && DirectoryRead(tiff)) {
+        TIFFErrorExtR(tiff, "TIFFWriteDirectory",
+                      "Cannot add an image read from the file as a new one; SaveImage writes it back");
+        return false;
+    }
+    const bool written = (rewrite ? TIFFRewriteDirectory(tiff) : TIFFWriteDirectory(tiff)) != 0;
+    if (!written) NoteDirectoryWriteFailed(tiff);
+    return Noted(tiff, written, false);
 }
 
 template <typename Call>
@@ -89,18 +167,25 @@ bool rbTIFFSetDirectory3(REALobject self, int32_t index, bool headerOnly) {
 }
 
 bool rbTIFFRewriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFRewriteDirectory(tiff) != 0, false); });
+    return OnOpenTiff(self, [](TIFF* tiff) { return WriteDirectory(tiff, true); });
 }
 bool rbTIFFWriteDirectory(REALobject self) {
-    return OnOpenTiff(self, [](TIFF* tiff) { return Noted(tiff, TIFFWriteDirectory(tiff) != 0, false); });
+    return OnOpenTiff(self, [](TIFF* tiff) { return WriteDirectory(tiff, false); });
 }
 bool rbTIFFLastDirectory(REALobject self) {
     return OnOpenTiff(self, [](TIFF* tiff) { return TIFFLastDirectory(tiff) == 1; });
 }
 bool rbTIFFFlush(REALobject self) {
     return OnOpenTiff(self, [](TIFF* tiff) {
+        // As SaveImage: libtiff would clear its record of the first page before the write failed.
+        if (WritesNothing(tiff) && TIFFGetMode(tiff) != O_RDONLY && ChangedSinceSelected(tiff)) {
+            TIFFErrorExtR(tiff, "TIFFFlush", "File not open for writing");
+            return false;
+        }
         NoteHandleChange(tiff);
-        return TIFFFlush(tiff) == 1;
+        if (TIFFFlush(tiff) == 1) return true;
+        NoteDirectoryWriteFailed(tiff);
+        return false;
     });
 }
 bool rbTIFFFlushData(REALobject self) {

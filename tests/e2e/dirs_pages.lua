@@ -169,6 +169,96 @@ T.group("Selecting another page while rows are being written", function()
   end)
 end)
 
+-- Directory writes that cannot happen or fail, and selections that fail on a damaged page, leave
+-- the session where it was: every page still found, the layout still guarded, no row read
+-- from a strip buffer libtiff gave up.
+T.group("Writes and selections that fail", function()
+  T.test("a session that writes nothing: AddImage changes nothing, SaveImage and Flush refuse", function()
+    local t = H.opened(path)
+    T.eq(t:AddImage(), true, "libtiff writes nothing for a file opened for reading")
+    t.Width = 1
+    T.eq(t:Scanline(0), nil, "rows of the old width are not decoded into rows of the new one")
+    t.Width = 8
+    local log = T.message_log(t)
+    T.eq(t:SaveImage(), false)
+    T.truthy(log():find("File not open for writing", 1, true))
+    T.eq(t:ImageCount(), 3)
+    T.eq(t:SetImageIndex(1, true), true)
+    -- A string's stream cannot be written whatever the mode: the same refusals, before libtiff
+    -- forgets where the first page is.
+    local s = TiffPictureTQV()
+    T.truthy(s:OpenString(T.read_bytes(path), "r+"))
+    s.ImageDescription = "changed"
+    T.eq(s:Flush(), false)
+    T.eq(s:SaveImage(), false)
+    T.eq(s:ImageCount(), 3)
+    T.eq(s:SetImageIndex(2, true), true)
+    T.eq(s:Scanline(0):Bytes(), pages[3].fill(0))
+  end)
+  T.test("after a directory write fails, rows are refused until a page is selected", function()
+    local s = TiffPictureTQV()
+    T.truthy(s:OpenString(T.read_bytes(path), "r+"))
+    T.truthy(s:Scanline(1))
+    local log = T.message_log(s)
+    T.eq(s:AddImage(), false)
+    T.eq(s:Scanline(0), nil)
+    T.truthy(log():find("could not be written", 1, true))
+    T.eq(s:SetImageIndex(0, true), true)
+    T.eq(s:Scanline(0):Bytes(), pages[1].fill(0))
+  end)
+  T.test("a page that fails to read leaves the current one, and writes go to it", function()
+    local damaged = T.tmpfile("dirs_damaged_page.tif")
+    local m = TiffPictureTQV()
+    T.truthy(m:Create(FolderItem(damaged)))
+    m.Width, m.Height, m.BitsPerSample, m.SamplesPerPixel, m.Photometric = 2, 1, 8, 1, 1
+    assign(m, "Scanline", MemoryBlock(2), 0, 0)
+    T.eq(m:AddImage(), true)
+    m.Make = "page 1 has no height" -- libtiff refuses to read it
+    m:Close()
+    for _, select in ipairs({ "SetImageIndex", "NextImage" }) do
+      local t = TiffPictureTQV()
+      T.truthy(t:Open(FolderItem(damaged), "r+"))
+      if select == "SetImageIndex" then T.eq(t:SetImageIndex(1, true), false) else T.eq(t:NextImage(true), false) end
+      T.eq(t:ImageIndex(), 0)
+      T.eq(t.Width, 2)
+      t.Software = select
+      T.eq(t:SaveImage(), true)
+      t:Close()
+      T.eq(H.reference(damaged, 0).Software, select)
+      T.eq(H.reference(damaged).ImageCount, "2")
+    end
+  end)
+  T.test("AddImage refuses a page read from the file: it would be written over what follows it", function()
+    local copy = H.write_pages(T.tmpfile("dirs_add_read_page.tif"), pages)
+    local t = TiffPictureTQV()
+    T.truthy(t:Open(FolderItem(copy), "r+"))
+    t.Software = "more tags than before"
+    local log = T.message_log(t)
+    T.eq(t:AddImage(), false)
+    T.truthy(log():find("SaveImage writes it back", 1, true))
+    t:Close()
+    local r = H.opened(copy)
+    T.eq(r:ImageCount(), 3)
+    for i = 0, 2 do
+      T.eq(r:SetImageIndex(i, true), true)
+      check_page(r, i)
+    end
+  end)
+  T.test("fields set on a page of a file opened with r+ are written when another page is selected", function()
+    for _, select in ipairs({ "SetImageIndex", "NextImage" }) do
+      local copy = H.write_pages(T.tmpfile("dirs_fields_" .. select .. ".tif"), pages)
+      local t = TiffPictureTQV()
+      T.truthy(t:Open(FolderItem(copy), "r+"))
+      t.ImageDescription = "set before " .. select
+      if select == "SetImageIndex" then T.eq(t:SetImageIndex(2, true), true) else T.eq(t:NextImage(true), true) end
+      T.eq(t.PageName and tostring(t.PageName), select == "SetImageIndex" and "three" or "two")
+      t:Close()
+      T.eq(H.reference(copy, 0).ImageDescription, "set before " .. select)
+      T.eq(H.reference(copy).ImageCount, "3")
+    end
+  end)
+end)
+
 T.group("FolderItem.OpenAsTiffTQV", function()
   T.test("false decodes the first image, true only loads its header", function()
     local full = FolderItem(path):OpenAsTiffTQV(false)

@@ -111,6 +111,16 @@ T.group("Writing", function()
     local r = H.opened(out)
     T.eq(r:Scanlines(0, 3):Bytes(), row(0) .. row(1) .. row(0))
   end)
+  T.test("an image made but never written has no rows to read: one Error for a whole picture", function()
+    local t = TiffPictureTQV()
+    T.truthy(t:CreateString(0))
+    t.Width, t.Height, t.BitsPerSample, t.Photometric, t.RowsPerStrip = 16, 50, 1, 0, 10
+    local log = T.message_log(t)
+    T.eq(t:Scanline(0), nil)
+    T.eq(log(), "E TIFFReadScanline: No strips to read: no row of the image was written")
+    T.eq(t:ReadBW(), false)
+    T.eq(log(), "E TIFFReadScanline: No strips to read: no row of the image was written")
+  end)
   -- Rows not yet flushed wait in libtiff's strip buffer and codec state, which a read of the same
   -- image would take over; with Group 4 the file could then not even be closed.
   T.test("rows of an image being written cannot be read until its directory is written", function()

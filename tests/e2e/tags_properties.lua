@@ -217,7 +217,7 @@ T.group("Setters", function()
     T.truthy(t:Open(FolderItem(path), "r+"))
     T.truthy(t:GetData(347) ~= nil, "JPEGTables read with the image")
     t.Compression = 5
-    T.truthy(t:AddImage(), "the directory is written again")
+    T.truthy(t:SaveImage(), "the directory is written again")
     t:Close()
     T.truthy(t:Open(FolderItem(path)))
     T.eq(t.Compression, 5)
