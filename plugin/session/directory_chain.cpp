@@ -3,12 +3,19 @@
 #include <fcntl.h>
 
 #include <cstdint>
+#include <cstring>
 #include <optional>
 
 namespace tqv {
 namespace {
 
 constexpr const char* kModule = "TIFFOpen";
+
+// libtiff writes BigTIFF directories when the mode that creates or appends has an "8", whatever
+// the header of a file it appends to says; TIFFIsBigTIFF tells what the header says.
+bool WritesBig(const char* mode) {
+    return (mode[0] == 'w' || mode[0] == 'a') && std::strchr(mode, '8') != nullptr;
+}
 
 // Reads the file through the handle's own procedures, seeking and reading as the writer does,
 // so that the walk below meets exactly the bytes, offsets and failures the writer would meet.
@@ -107,7 +114,13 @@ uint64_t LoopingOffset(const ChainReader& reader, uint64_t first) {
     return 0;
 }
 
-bool ChainWritable(TIFF* tiff) {
+bool ChainWritable(TIFF* tiff, const char* mode) {
+    if (WritesBig(mode) && TIFFIsBigTIFF(tiff) == 0) {
+        TIFFErrorExtR(tiff, kModule,
+                      "Cannot append BigTIFF directories (mode with \"8\") to a classic TIFF file; append "
+                      "without \"8\"");
+        return false;
+    }
     const ChainReader reader(tiff);
     const std::optional<uint64_t> first = reader.FirstDirectory();
     if (!first || *first == 0) return true;
@@ -122,8 +135,8 @@ bool ChainWritable(TIFF* tiff) {
 
 }  // namespace
 
-bool DirectoriesWritable(TIFF* tiff) {
-    return tiff == nullptr || TIFFGetMode(tiff) == O_RDONLY || ChainWritable(tiff);
+bool DirectoriesWritable(TIFF* tiff, const char* mode) {
+    return tiff == nullptr || TIFFGetMode(tiff) == O_RDONLY || ChainWritable(tiff, mode);
 }
 
 }  // namespace tqv

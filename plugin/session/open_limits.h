@@ -35,8 +35,8 @@ inline Options Bounded() {
 
 // A handle whose directories libtiff's writer cannot extend is closed before anything is written:
 // as read-only, so that closing it does not flush.
-inline TIFF* WritableOrClosed(TIFF* tiff) {
-    if (DirectoriesWritable(tiff)) return tiff;
+inline TIFF* WritableOrClosed(TIFF* tiff, const char* mode) {
+    if (DirectoriesWritable(tiff, mode)) return tiff;
     TIFFSetMode(tiff, O_RDONLY);
     TIFFClose(tiff);
     return nullptr;
@@ -53,7 +53,7 @@ inline bool ReadsDirectory(const char* mode) {
 inline TIFF* OpenBoundedFile(const char* path, const char* mode) {
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
-    TIFF* tiff = open_limits_detail::WritableOrClosed(TIFFOpenExt(path, mode, options.get()));
+    TIFF* tiff = open_limits_detail::WritableOrClosed(TIFFOpenExt(path, mode, options.get()), mode);
     NoteDirectoryChanged(tiff, ReadsDirectory(mode));
     return tiff;
 }
@@ -65,7 +65,8 @@ inline TIFF* OpenBoundedClient(const char* name, const char* mode, thandle_t cli
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
     TIFF* tiff = open_limits_detail::WritableOrClosed(
-        TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get()));
+        TIFFClientOpenExt(name, mode, client, read, write, seek, close, size, map, unmap, options.get()),
+        mode);
     NoteDirectoryChanged(tiff, ReadsDirectory(mode));
     return tiff;
 }

@@ -52,4 +52,30 @@ T.group("directory chains that loop", function()
   end)
 end)
 
+T.group("appending BigTIFF directories (mode a8)", function()
+  T.test("a classic file is refused, untouched; BigTIFF and new files take the page", function()
+    local classic = "libtiff/images/minisblack-1c-8b.tiff"
+    local path = copy(classic, "classic.tif")
+    local t = TiffPictureTQV()
+    local take = T.message_log(t)
+    T.eq(t:Open(FolderItem(path), "a8"), false, "classic")
+    T.truthy(take():find('^E TIFFOpen: Cannot append BigTIFF directories %(mode with "8"%) to a classic'))
+    T.eq(T.read_bytes(path), T.read_bytes(T.testdata(classic)), "unchanged")
+    T.eq(t:OpenString(T.read_bytes(path), "a8"), false, "classic string")
+
+    local big = copy("image-tiff/images/bigtiff/BigTIFF.tif", "big.tif")
+    local fresh = T.tmpfile("fresh.tif")
+    os.remove(fresh)
+    for _, case in ipairs({ { big, 2 }, { fresh, 1 } }) do
+      T.eq(t:Open(FolderItem(case[1]), "a8"), true, case[1])
+      T.eq(add_page(t), true, "AddImage")
+      t:Close()
+      T.eq(T.read_bytes(case[1]):sub(3, 3), "+", "BigTIFF header")
+      local count, width = pages(case[1])
+      T.eq(count, case[2], "pages")
+      T.eq(width, 3, "appended page")
+    end
+  end)
+end)
+
 T.finish()
