@@ -121,6 +121,11 @@ ReadDirectoryUndo::ReadDirectoryUndo(TIFF* tiff)
 
 bool ReadDirectoryUndo::Finish(bool written) {
     if (written || tiff_ == nullptr) return written;
+    // libtiff began the strip before its codec refused the row, and reading a directory leaves
+    // the strip's ending pending for the codec read with it, which began nothing (LZW ends it from
+    // a state never set up). The codec that refused the row ends it now; one without an encoder
+    // writes nothing.
+    TIFFFlushData(tiff_);
     // The directory in memory was never written: the file still holds it as it was read.
     NoteHandleChange(tiff_);
     if (TIFFSetDirectory(tiff_, index_) == 1) NoteDirectoryChanged(tiff_, true);
