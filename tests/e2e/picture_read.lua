@@ -6,26 +6,14 @@
 -- their border rows and columns plus a grid, which still catches flips, shifts and swapped
 -- channels.
 local T = require("testlib")
+local R = require("rgba_reference")
 
 local REFERENCE = assert(arg[1], "usage: picture_read.lua RGBA_REFERENCE_TOOL")
 local FULL_COMPARE_PIXELS = 65536
 local GRID = 97 -- a prime number of grid lines, so strides do not follow strip or tile sizes
 local MAX_SIDE = 32767
 
--- status: "ok", "too-large" or "no"; with the size and the raw pixels when rendered.
-local function reference(path)
-  -- One file per back end: the configurations may run side by side.
-  local config = host.config()
-  local raw_path = T.tmpfile("picture_read_reference_" .. config.app .. config.desktopDepth .. ".raw")
-  os.remove(raw_path)
-  local pipe = assert(io.popen(REFERENCE .. " " .. T.quote(path) .. " " .. T.quote(raw_path)))
-  local out = pipe:read("a")
-  local _, _, code = pipe:close()
-  local w, h = out:match("^(%d+) (%d+)")
-  if code == 3 then return "too-large", tonumber(w), tonumber(h) end
-  if code ~= 0 then return "no" end
-  return "ok", tonumber(w), tonumber(h), T.read_bytes(raw_path)
-end
+local function reference(path) return R.render(REFERENCE, path) end
 
 local function positions(n)
   if n <= GRID then

@@ -6,23 +6,12 @@
 -- tool reads without error and that are not damaged on purpose take part: on damaged data
 -- libtiff's scanline and strip decoders may disagree, and the reads decode rows one by one.
 local T = require("testlib")
+local R = require("rgba_reference")
 
 local REFERENCE = assert(arg[1], "usage: picture_read_tables.lua RGBA_REFERENCE_TOOL")
 local GRID = 61
 local MAX_PIXELS = 4000000 -- beyond this the reference's rendering is not worth the time
 local MAX_SIDE = 32767
-
-local function reference(path)
-  local config = host.config()
-  local raw_path = T.tmpfile("picture_read_tables_" .. config.app .. config.desktopDepth .. ".raw")
-  os.remove(raw_path)
-  local pipe = assert(io.popen(REFERENCE .. " " .. T.quote(path) .. " " .. T.quote(raw_path)))
-  local out = pipe:read("a")
-  local _, _, code = pipe:close()
-  if code ~= 0 then return nil end
-  local w, h = out:match("^(%d+) (%d+)")
-  return tonumber(w), tonumber(h), T.read_bytes(raw_path)
-end
 
 -- Every pixel of a small picture; the border and a grid of a large one.
 local function expect_like(pict, w, h, raw, where)
@@ -86,8 +75,8 @@ local function check_file(rel, counts)
     and (t.Photometric == 0 or t.Photometric == 1)
   local values = not bilevel and table_for(t)
   if not bilevel and not values then return end
-  local w, h, raw = reference(path)
-  if not w then return end
+  local status, w, h, raw = R.render(REFERENCE, path)
+  if status ~= "ok" then return end
   if bilevel then
     T.eq(t:ReadBW(), true, rel .. " ReadBW")
     expect_like(t.Pict, w, h, raw, rel .. " ReadBW")
