@@ -117,23 +117,19 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
 }
 
-// A directory written ends the rows being written. On a handle that writes nothing, libtiff
-// writes nothing either: AddImage answers true (false on a string, whose writes fail) and the
-// page stays as it was read, so its layout stays guarded. SaveImage would fail only after
-// libtiff had cleared its own record of where the first page is, or moved its own link to the
-// page, which lost pages for the rest of the session: it is refused first.
+// A directory written ends the rows being written.
 bool WriteDirectory(TIFF* tiff, bool rewrite) {
-    if (WritesNothing(tiff)) {
-        if (!rewrite) {
-            if (TIFFWriteDirectory(tiff) != 0) return true;
-            NoteDirectoryWriteFailed(tiff);
-            return false;
-        }
+    // On a file open for reading libtiff writes nothing and answers true; the image stays as it
+    // was read, so its layout stays guarded.
+    if (!rewrite && TIFFGetMode(tiff) == O_RDONLY) return TIFFWriteDirectory(tiff) != 0;
+    // libtiff would fail only after clearing its own record of where the first image is, or
+    // moving its link to the image: pages were lost for the rest of the session.
+    if (rewrite && WritesNothing(tiff)) {
         TIFFErrorExtR(tiff, "TIFFRewriteDirectory", "File not open for writing");
         return false;
     }
     // libtiff writes a directory it read from the file back where it was, with its values after
-    // it, over whatever follows there (the next page's directory, image data): that is SaveImage's
+    // it, over whatever follows there (the next image's directory, pixels): that is SaveImage's
     // work, which moves it where it fits.
     if (!rewrite && DirectoryRead(tiff)) {
         TIFFErrorExtR(tiff, "TIFFWriteDirectory",

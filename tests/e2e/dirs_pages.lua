@@ -169,9 +169,9 @@ T.group("Selecting another page while rows are being written", function()
   end)
 end)
 
--- Directory writes that cannot happen or fail, and selections that fail on a damaged page, leave
--- the session where it was: every page still found, the layout still guarded, no row read
--- from a strip buffer libtiff gave up.
+-- Directory writes that cannot happen, and selections that fail on a damaged page, leave the
+-- session where it was: every page still found, the layout still guarded (a write that fails:
+-- dirs_disk_full.lua).
 T.group("Writes and selections that fail", function()
   T.test("a session that writes nothing: AddImage changes nothing, SaveImage and Flush refuse", function()
     local t = H.opened(path)
@@ -194,17 +194,6 @@ T.group("Writes and selections that fail", function()
     T.eq(s:ImageCount(), 3)
     T.eq(s:SetImageIndex(2, true), true)
     T.eq(s:Scanline(0):Bytes(), pages[3].fill(0))
-  end)
-  T.test("after a directory write fails, rows are refused until a page is selected", function()
-    local s = TiffPictureTQV()
-    T.truthy(s:OpenString(T.read_bytes(path), "r+"))
-    T.truthy(s:Scanline(1))
-    local log = T.message_log(s)
-    T.eq(s:AddImage(), false)
-    T.eq(s:Scanline(0), nil)
-    T.truthy(log():find("could not be written", 1, true))
-    T.eq(s:SetImageIndex(0, true), true)
-    T.eq(s:Scanline(0):Bytes(), pages[1].fill(0))
   end)
   T.test("a page that fails to read leaves the current one, and writes go to it", function()
     local damaged = T.tmpfile("dirs_damaged_page.tif")
