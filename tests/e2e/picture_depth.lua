@@ -21,6 +21,9 @@ T.group("desktop host with " .. host.config().desktopDepth .. "-bit new pictures
     t.Pict = p
     T.eq(t:WriteRGB(), false)
     T.eq(p.DescriptionLocks, 0)
+    T.eq(p.PixelLocks, 0)
+    local _, kinds = host.live()
+    T.eq(kinds.pixels, 0, "pixel locks are a kind of their own in host.live()")
   end)
 end)
 

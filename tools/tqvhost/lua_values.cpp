@@ -601,7 +601,7 @@ int hostLive(lua_State* L, Failure&) {
     lua_pushinteger(L, l.total);
     lua_newtable(L);
     for (const char* kind : {"object", "string", "memoryblock", "picture", "folderitem", "graphics",
-                             "stringdata", "description"}) {
+                             "stringdata", "description", "pixels"}) {
         lua_pushinteger(L, l.byKind.count(kind) ? l.byKind[kind] : 0);
         lua_setfield(L, -2, kind);
     }
