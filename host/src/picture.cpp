@@ -109,23 +109,20 @@ void PictureHandle::checkGuards(const char* when) {
     }
 }
 
+// An accounting error for `locks` of a kind the plugin took on this picture and never released.
+void PictureHandle::reportLocksLeft(int32_t& locks, const char* kind) {
+    if (locks <= 0) return;
+    char text[160];
+    std::snprintf(text, sizeof text, "releasing a picture: %d %s lock(s) of picture %p never unlocked",
+                  static_cast<int>(locks), kind, address());
+    Accounts::error(text);
+    locks = 0;
+}
+
 void PictureHandle::destroy() {
     checkGuards("releasing a picture");
-    if (descriptionLocks > 0) {
-        char text[160];
-        std::snprintf(text, sizeof text,
-                      "releasing a picture: %d description lock(s) of picture %p never unlocked",
-                      static_cast<int>(descriptionLocks), address());
-        Accounts::error(text);
-        descriptionLocks = 0;
-    }
-    if (pixMap_ && pixMap_->lockCount > 0) {
-        char text[160];
-        std::snprintf(text, sizeof text, "releasing a picture: %d pixel lock(s) of picture %p never unlocked",
-                      static_cast<int>(pixMap_->lockCount), address());
-        Accounts::error(text);
-        pixMap_->lockCount = 0;
-    }
+    reportLocksLeft(descriptionLocks, "description");
+    if (pixMap_) reportLocksLeft(pixMap_->lockCount, "pixel");
     if (pixMap_ && pixMap_->unbalancedUnlocks > 0) {
         char text[160];
         std::snprintf(text, sizeof text,

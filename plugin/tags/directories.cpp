@@ -59,9 +59,15 @@ void SelectAgain(TIFF* tiff, tdir_t index, bool read) {
     NoteDirectoryChanged(tiff, false);
 }
 
-void AfterFailedSelection(TIFF* tiff, const Position& before) {
-    if (TIFFCurrentDirectory(tiff) != before.index || TIFFCurrentDirOffset(tiff) != before.offset)
+// A selection by libtiff's `select` on a handle with nothing to write first.
+template <typename Select>
+bool SelectInPlace(REALobject self, TIFF* tiff, bool headerOnly, Select select) {
+    const Position before = Here(tiff);
+    const bool changed = select() != 0;
+    if (!changed &&
+        (TIFFCurrentDirectory(tiff) != before.index || TIFFCurrentDirOffset(tiff) != before.offset))
         SelectAgain(tiff, before.index, before.read);
+    return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
 }
 
 // Selecting another page drops what libtiff holds for the current one: rows still waiting in its
@@ -99,10 +105,7 @@ bool ReadDirectory(REALobject self, bool headerOnly) {
         if (!DirectoryRead(tiff)) return false;
         return SelectAfterWriting(self, tiff, uint64_t{TIFFCurrentDirectory(tiff)} + 1, headerOnly);
     }
-    const Position before = Here(tiff);
-    const bool changed = TIFFReadDirectory(tiff) != 0;
-    if (!changed) AfterFailedSelection(tiff, before);
-    return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
+    return SelectInPlace(self, tiff, headerOnly, [tiff] { return TIFFReadDirectory(tiff); });
 }
 
 // libtiff 4.5 takes 32-bit directory numbers and fails on 65536; the host's index is 16-bit.
@@ -111,10 +114,8 @@ bool SetDirectory(REALobject self, int32_t index, bool headerOnly) {
     if (tiff == nullptr) return false;
     const auto directory = static_cast<uint16_t>(index);
     if (WritesFirst(tiff)) return SelectAfterWriting(self, tiff, directory, headerOnly);
-    const Position before = Here(tiff);
-    const bool changed = TIFFSetDirectory(tiff, directory) != 0;
-    if (!changed) AfterFailedSelection(tiff, before);
-    return AfterDirectoryChange(self, tiff, Noted(tiff, changed, true), headerOnly);
+    return SelectInPlace(self, tiff, headerOnly,
+                         [tiff, directory] { return TIFFSetDirectory(tiff, directory); });
 }
 
 // A directory written ends the rows being written.

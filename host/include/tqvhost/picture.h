@@ -61,6 +61,7 @@ class PictureHandle : public Handle {
 
   private:
     uint8_t* pixelAddress(int32_t x, int32_t y) const;
+    void reportLocksLeft(int32_t& locks, const char* kind);
     void fillGuards();
     int32_t width_, height_, depth_;
     PictureBackend backend_;
