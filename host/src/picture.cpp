@@ -84,6 +84,7 @@ int32_t PictureHandle::pixelLocks() const {
 }
 
 void PictureHandle::fillGuards() {
+    if (!config().rowGuards) return;
     const long used = pixelBytesFor(width_, depth_);
     for (int32_t y = 0; y < height_; ++y)
         std::memset(bytes_.data() + static_cast<size_t>(y) * rowStride_ + used, kGuardByte,
@@ -91,7 +92,7 @@ void PictureHandle::fillGuards() {
 }
 
 void PictureHandle::checkGuards(const char* when) {
-    if (!bytes_.data() || guardReported_) return;
+    if (!bytes_.data() || guardReported_ || !config().rowGuards) return;
     const long used = pixelBytesFor(width_, depth_);
     for (int32_t y = 0; y < height_; ++y) {
         const uint8_t* guard = bytes_.data() + static_cast<size_t>(y) * rowStride_ + used;

@@ -26,6 +26,10 @@ struct Config {
     std::set<std::string> withheld;  // service names that lookup() answers with nullptr
     int desktopDepth = 32;           // depth of newPicture(w, h, 32) on a desktop host
     std::string frameworksDir;       // exported as TQV_FRAMEWORKS_DIR when not empty
+    // Fill the guard bytes after every picture row with a pattern and check them when the plugin
+    // gives a picture back. A test instrument: off, the rows keep their layout (the guard bytes
+    // stay zero and unchecked) and a new picture's pages stay untouched until the plugin writes them.
+    bool rowGuards = true;
 };
 
 // Sets the host configuration; call once per process before any plugin call.
