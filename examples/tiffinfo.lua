@@ -57,7 +57,6 @@ local function print_directory(index)
   if rows ~= 0 then line("Rows/Strip: %d", rows) end
   line("Planar Configuration: %s", tt.named(tt.planar_names, t.PlanarConfig))
   line("Bytes/Scanline: %d", t.BytesPerRow)
-  if t.Compression == t.kCompressionJPEG then line("JPEG Quality: %d", t.JPEGQuality) end
   for _, tag in ipairs(tt.string_tags) do
     local v = t[tag]
     if v then line("%s: %s", tag, tostring(v)) end
