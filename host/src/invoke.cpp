@@ -76,12 +76,33 @@ Raw rawOf(TypeKind kind, const Value& v, Frame& f, bool array) {
     return r;
 }
 
+// The handle kind a declared type holds: a plugin that answers "as memoryblock" with a string
+// would have the runtime treat that string as a block.
+bool (*kindOkFor(TypeKind kind))(Kind) {
+    switch (kind) {
+        case TypeKind::String:
+            return [](Kind k) { return k == Kind::String; };
+        case TypeKind::MemoryBlock:
+            return [](Kind k) { return k == Kind::MemoryBlock; };
+        case TypeKind::Picture:
+            return [](Kind k) { return k == Kind::Picture; };
+        case TypeKind::FolderItem:
+            return [](Kind k) { return k == Kind::FolderItem; };
+        case TypeKind::Graphics:
+            return [](Kind k) { return k == Kind::Graphics; };
+        case TypeKind::Object:
+            return [](Kind k) { return k == Kind::Object; };
+        default:
+            return nullptr;
+    }
+}
+
 // A handle the plugin hands back (result or byref slot): its lock moves to the host.
 Value valueOfHandle(TypeKind kind, void* p, const char* what) {
     Value v;
     v.kind = kind;
     if (!p) return v;
-    Handle* h = Accounts::check(p, what, nullptr);
+    Handle* h = Accounts::check(p, what, kindOkFor(kind));
     if (h) {
         Accounts::takeBack(h, what);
         v.handle = HostRef::adopt(h);

@@ -436,6 +436,13 @@ void RuntimeRaiseException(REALobject exception) {
         // The runtime raises exceptions only: any other object is the plugin's mistake.
         if (o->cls()->origin != ClassOrigin::HostException)
             return Accounts::error("RuntimeRaiseException: " + o->cls()->name + " is no exception class");
+        // The first exception of a call is the one the program sees; a second would replace it
+        // unseen.
+        if (pendingException() && pendingException()->get() != nullptr) {
+            const auto* first = static_cast<ObjectHandle*>(pendingException()->get());
+            Accounts::error("RuntimeRaiseException: " + o->cls()->name + " raised while " +
+                            first->cls()->name + " is pending");
+        }
         pendingException() = HostRef(o);
     });
 }

@@ -6,6 +6,7 @@
 #include "../../host/frameworks/gworld.h"
 #include "host_test_support.h"
 #include "tqvhost/handles.h"
+#include "tqvhost/invoke.h"
 #include "tqvhost/picture.h"
 #include "tqvhost/registry.h"
 #include "tqvhost/values.h"
@@ -244,6 +245,42 @@ TEST_F(Accounting, DestroyedObjectInstanceDataIsRetired) {
 #else
     for (uint32_t i = 0; i < cls.dataSize; ++i) EXPECT_EQ(o->data()[i], kDeadInstanceByte) << i;
 #endif
+}
+
+// A result of another kind than declared would be misused by the runtime, and a second exception
+// raised in one call would replace the first unseen: both are the plugin's faults.
+TEST_F(Accounting, ResultsOfAnotherKindAndSecondRaisesAreReported) {
+    static REALstring made = nullptr;
+    void* (*answersString)() = []() -> void* {
+        made = service<REALBuildStringProc>("REALBuildString")("x", 1);
+        return made;
+    };
+    auto decl = parseDeclaration("Made() as memoryblock", nullptr);
+    ASSERT_TRUE(decl);
+    std::vector<Arg> none;
+    EXPECT_EQ(callDeclared(reinterpret_cast<void*>(answersString), *decl, nullptr, none).handle.get(),
+              nullptr);
+    auto errors = takeAccountingErrors();
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_NE(errors[0].find("wrong kind of handle (string)"), std::string::npos) << errors[0];
+    service<REALUnlockStringProc>("REALUnlockString")(made);
+
+    auto newInstance = service<REALobject (*)(const char*)>("PluginNewInstance");
+    auto raise = service<void (*)(REALobject)>("RuntimeRaiseException");
+    auto unlockObject = service<REALUnlockObjectProc>("REALUnlockObject");
+    REALobject first = newInstance("NilObjectException");
+    REALobject second = newInstance("OutOfMemoryException");
+    raise(first);
+    EXPECT_TRUE(takeAccountingErrors().empty());
+    raise(second);
+    errors = takeAccountingErrors();
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_NE(errors[0].find("OutOfMemoryException raised while NilObjectException is pending"),
+              std::string::npos)
+        << errors[0];
+    unlockObject(first);
+    unlockObject(second);
+    takeRaisedException();
 }
 
 // Offsets a plugin passes may be anything: "to the edge" from INT32_MIN draws nothing, and a
