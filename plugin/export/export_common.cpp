@@ -112,6 +112,12 @@ bool ReadyForRows(TIFF* tiff, uint32_t height, uint16_t depth) {
                       height, rowsPerStrip);
         return false;
     }
+    if (!StripPlanesHold(tiff, 1)) {
+        TIFFErrorExtR(tiff, module,
+                      "Rows of contiguous samples do not fit the strips of this image, laid out in separate "
+                      "planes; write them into a new directory");
+        return false;
+    }
     return DepthFitsColorMap(tiff, depth);
 }
 

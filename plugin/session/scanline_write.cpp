@@ -26,6 +26,8 @@ const char* Refusal(TIFF* tiff, uint32_t index, uint16_t sample) {
     if (rowsPerStrip == 0) return "RowsPerStrip is 0";
     if (!StripTablesHold(tiff, TIFFNumberOfStrips(tiff)))
         return "Height or RowsPerStrip changed after the image's strips were laid out";
+    if (!StripPlanesHold(tiff, PlanesOf(tiff)))
+        return "PlanarConfig or SamplesPerPixel changed after the image's strips were laid out";
     if (index == UINT32_MAX) return "Row is past the largest image height";
     const uint32_t strip = TIFFComputeStrip(tiff, index, sample);
     if (!StripInTables(tiff, strip)) return "Row lies more than one strip past the end of the image";
@@ -46,6 +48,16 @@ bool StripTablesHold(TIFF* tiff, uint64_t strips) {
     if (strips < UINT32_MAX) TIFFGetStrileOffsetWithErr(tiff, static_cast<uint32_t>(strips), &beyond);
     if (strips > 0) TIFFGetStrileOffsetWithErr(tiff, static_cast<uint32_t>(strips - 1), &last);
     return beyond != 0 && last == 0;
+}
+
+bool StripPlanesHold(TIFF* tiff, uint32_t planes) {
+    uint64_t* offsets = nullptr;
+    if (TIFFGetField(tiff, TIFFTAG_STRIPOFFSETS, &offsets) != 1 || offsets == nullptr) {
+        NoteStripPlanes(tiff, planes);
+        return true;
+    }
+    const uint32_t laidOut = StripPlanes(tiff);
+    return laidOut == 0 || laidOut == planes;
 }
 
 void BeginRows(TIFF* tiff) {

@@ -14,7 +14,11 @@
 //   being written, is recorded past their end; row 4294967295 makes the height 0.
 // - strip tables laid out for one height and rows per strip (read with the directory, or made by
 //   the first row written) are not laid out again when either changes: libtiff keeps computing
-//   row positions from the old layout, and the rows of strips past the old end are lost.
+//   row positions from the old layout, and the rows of strips past the old end are lost;
+// - nor when the planar configuration or the samples change while the number of strips stays the
+//   same (separate planes made contiguous and as many times taller): the rows are placed by the
+//   old count of strips a plane, behind the row written, and reached by moving the write position
+//   forward past the end of libtiff's strip buffer.
 // Such rows are refused with an Error event naming TIFFWriteScanline and libtiff's failure value.
 #ifndef TQV_SESSION_SCANLINE_WRITE_H
 #define TQV_SESSION_SCANLINE_WRITE_H
@@ -32,6 +36,10 @@ bool ScanlineWritable(TIFF* tiff, uint32_t index, uint16_t sample);
 // Whether the strip tables of the current directory, when it has them, hold exactly `strips`
 // entries. A directory that has none yet gets them sized by its first row.
 bool StripTablesHold(TIFF* tiff, uint64_t strips);
+
+// Whether the strip tables of the current directory, when it has them, were laid out for
+// `planes` planes. A directory that has none yet gets them laid out for these by its first row.
+bool StripPlanesHold(TIFF* tiff, uint32_t planes);
 
 // Notes that rows are being written into the current directory (NoteRowsWritten), after readying
 // the codec of a directory read from the file for new rows. Called before rows are written.

@@ -72,6 +72,7 @@ constexpr char kLayoutName[] = "tqv.layout";
 constexpr char kLayoutSeenName[] = "tqv.layout.seen";
 constexpr char kWriteFailedName[] = "tqv.write.failed";
 constexpr char kDirectoryMarkName[] = "tqv.directory.mark";
+constexpr char kStripPlanesName[] = "tqv.strip.planes";
 
 uintptr_t ClientValue(TIFF* tiff, const char* name) {
     return reinterpret_cast<uintptr_t>(TIFFGetClientInfo(tiff, name));
@@ -183,6 +184,22 @@ void NoteDirectoryChanged(TIFF* tiff, bool read) {
     SetClientValue(tiff, kLayoutName, read ? LayoutOf(tiff) : 0);
     SetClientValue(tiff, kLayoutSeenName, ChangesOf(tiff));
     SetClientValue(tiff, kDirectoryMarkName, ChangesOf(tiff));
+    SetClientValue(tiff, kStripPlanesName, read ? PlanesOf(tiff) : 0);
+}
+
+void NoteStripPlanes(TIFF* tiff, uint32_t planes) {
+    if (tiff != nullptr) SetClientValue(tiff, kStripPlanesName, planes);
+}
+
+uint32_t StripPlanes(TIFF* tiff) {
+    return tiff != nullptr ? static_cast<uint32_t>(ClientValue(tiff, kStripPlanesName)) : 0;
+}
+
+uint32_t PlanesOf(TIFF* tiff) {
+    uint16_t samples = 1, planar = PLANARCONFIG_CONTIG;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &samples);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
+    return planar == PLANARCONFIG_SEPARATE ? samples : 1;
 }
 
 bool ChangedSinceSelected(TIFF* tiff) {

@@ -87,6 +87,14 @@ bool ChangedSinceSelected(TIFF* tiff);
 // with it. Nothing to do for a directory begun for writing.
 void NoteLayoutSetUp(TIFF* tiff);
 bool RowsBeingWritten(TIFF* tiff);
+// libtiff counts the strips of one plane when it reads a directory, or lays out the strip tables
+// for the first row written, and never again: rows written later are placed by that count. These
+// keep the number of planes (samples per pixel when they are separate, else 1) that count was
+// made for; 0 when the directory has no strip tables yet, or was begun for writing.
+void NoteStripPlanes(TIFF* tiff, uint32_t planes);
+uint32_t StripPlanes(TIFF* tiff);
+// The planes the current PlanarConfig and SamplesPerPixel make.
+uint32_t PlanesOf(TIFF* tiff);
 // Whether the current directory was read from the file (opened, selected), not begun for writing.
 bool DirectoryRead(TIFF* tiff);
 bool RowsReadable(TIFF* tiff, const char* module);

@@ -179,10 +179,23 @@ bool rbTIFFFlush(REALobject self) {
             TIFFErrorExtR(tiff, "TIFFFlush", "File not open for writing");
             return false;
         }
+        const Position before = Here(tiff);
         NoteHandleChange(tiff);
-        if (TIFFFlush(tiff) == 1) return true;
-        NoteDirectoryWriteFailed(tiff);
-        return false;
+        if (TIFFFlush(tiff) != 1) {
+            NoteDirectoryWriteFailed(tiff);
+            return false;
+        }
+        // A changed directory is written and libtiff begins a new, empty one (its offset 0). The
+        // program stays on a page read from the file, which is selected again by its number, as
+        // after any page written before a selection; a page begun for writing is now in the file,
+        // and the next one begins.
+        if (TIFFCurrentDirOffset(tiff) == before.offset && TIFFCurrentDirectory(tiff) == before.index)
+            return true;
+        if (before.read)
+            SelectAgain(tiff, before.index, true);
+        else
+            NoteDirectoryChanged(tiff, false);
+        return true;
     });
 }
 bool rbTIFFFlushData(REALobject self) {

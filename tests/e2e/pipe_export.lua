@@ -306,6 +306,25 @@ T.group("Exports into an image read from the file", function()
       end
     end)
   end
+  -- libtiff places the rows by the strips of one plane it counted when it read the image: rows
+  -- made contiguous in as many strips as all the planes held were written past its strip buffer.
+  T.test("separate planes, as many strips as the picture needs: false before any tag; the file stays", function()
+    local t, path = create(function(n)
+      n.Width, n.Height, n.BitsPerSample, n.SamplesPerPixel, n.Photometric = 4, 2, 8, 3, 2
+      n.PlanarConfig, n.RowsPerStrip = 2, 1
+    end)
+    for p = 0, 2 do assign(t, "Scanlines", MemoryBlock(8), 0, 2, p) end
+    t:Close()
+    local before = T.read_bytes(path)
+    for _, export in ipairs({ "WriteRGB", "WriteGray" }) do
+      local u, errors = rewrite(path)
+      u.Pict = ramp(4, 6, 0) -- 6 strips of one row, as the 3 planes of 2 rows
+      T.eq(u[export](u), false, export)
+      T.truthy(errors[1] and errors[1]:find("laid out in separate planes", 1, true), export .. ": message")
+      u:Close()
+      T.eq(T.read_bytes(path) == before, true, export .. ": file unchanged")
+    end
+  end)
   T.test("a colour map of another depth: false before any tag; the image stays", function()
     local path = P.path("palette_4bit.tif")
     T.write_bytes(path, T.read_bytes(T.testdata("libtiff/images/palette-1c-4b.tiff")))

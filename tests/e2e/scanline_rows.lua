@@ -226,6 +226,38 @@ T.group("Writing", function()
     u:Close()
     T.eq(H.opened(out):Scanline(0):Bytes(), row(0), "the file's rows are as they were")
   end)
+  -- libtiff places the rows by the strips of one plane it counted when it read the image. With
+  -- as many strips as before, separate planes made contiguous put rows behind the one written
+  -- and wrote past its strip buffer; contiguous samples made separate stopped the process.
+  T.test("PlanarConfig changed after the strips were laid out: the rows are refused", function()
+    for _, case in ipairs({ { from = 2, to = 1, h = 2, rows = 6 }, { from = 1, to = 2, h = 6, rows = 2 } }) do
+      local out = T.tmpfile("scanline_planar_" .. case.from .. ".tif")
+      local t = TiffPictureTQV()
+      t:Create(FolderItem(out))
+      t.Width, t.Height, t.BitsPerSample, t.SamplesPerPixel, t.Photometric = W, case.h, 8, 3, 2
+      t.PlanarConfig, t.RowsPerStrip = case.from, 1
+      local planes = case.from == 2 and 3 or 1
+      local function plane(p) return string.rep(string.char(7 + p), W * case.h * 3 / planes) end
+      for p = 0, planes - 1 do
+        local mb = MemoryBlock(#plane(p))
+        mb:SetBytes(0, plane(p))
+        assign(t, "Scanlines", mb, 0, case.h, p)
+      end
+      t:Close()
+      local u = TiffPictureTQV()
+      local refused = {}
+      u.Error = function(_, _, message) refused[#refused + 1] = tostring(message) end
+      T.truthy(u:Open(FolderItem(out), "r+"))
+      u.PlanarConfig, u.Height = case.to, case.rows -- as many strips as the image holds
+      assign(u, "Scanline", MemoryBlock(W * 3), 0, case.to == 2 and 1 or 0)
+      T.eq(#refused, 1, "from PlanarConfig " .. case.from)
+      T.truthy(refused[1] and refused[1]:find("PlanarConfig or SamplesPerPixel changed", 1, true), refused[1])
+      u.PlanarConfig, u.Height = case.from, case.h
+      u:Close()
+      local r = H.opened(out)
+      for p = 0, planes - 1 do T.eq(r:Scanlines(0, case.h, p):Bytes(), plane(p), "plane " .. p .. " as it was") end
+    end
+  end)
   T.test("rows read from a strip cannot be written back through the same session", function()
     local out = T.tmpfile("scanline_read_then_write.tif")
     local t = TiffPictureTQV()
