@@ -34,6 +34,7 @@ T.group("Memory blocks", function()
     end
     T.falsy(pcall(mb.SetBytes, mb, math.maxinteger - 1, "abc"), "SetBytes")
     T.falsy(pcall(mb.Bytes, mb, 8, math.maxinteger), "Bytes")
+    T.falsy(pcall(mb.Bytes, mb, math.mininteger), "Bytes to the end from far below the block")
     T.eq(mb:UInt32(12), 0); T.eq(mb:Bytes(16), "")
   end)
 

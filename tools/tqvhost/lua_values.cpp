@@ -315,7 +315,9 @@ int mbBytes(lua_State* L, Failure& f) {
     auto* mb = handleOf<MemoryBlockHandle>(L, 1, Kind::MemoryBlock);
     if (!mb) return f.message = "MemoryBlock expected", 0;
     lua_Integer offset = optInteger(L, 2, 0);
-    lua_Integer length = lua_isnoneornil(L, 3) ? mb->size() - offset : lua_tointeger(L, 3);
+    // The rest of the block only from an offset not below 0: the size less an offset far below 0
+    // overflows. A negative offset is refused below.
+    lua_Integer length = !lua_isnoneornil(L, 3) ? lua_tointeger(L, 3) : offset < 0 ? 0 : mb->size() - offset;
     size_t at = checkedRange(mb, offset, length, f);
     if (f) return 0;
     lua_pushlstring(L, reinterpret_cast<const char*>(mb->data() + at), static_cast<size_t>(length));
