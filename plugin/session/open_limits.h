@@ -7,8 +7,11 @@
 #define TQV_SESSION_OPEN_LIMITS_H
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <tiffio.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -41,6 +44,62 @@ inline TIFF* WritableOrClosed(TIFF* tiff, const char* mode) {
     TIFFClose(tiff);
     return nullptr;
 }
+
+// The flags libtiff's TIFFOpen opens a path with for `mode`; -1 for a mode libtiff refuses.
+inline int OpenFlags(const char* mode) {
+    switch (mode[0]) {
+        case 'r':
+            return mode[1] == '+' ? O_RDWR : O_RDONLY;
+        case 'w':
+            return O_RDWR | O_CREAT | O_TRUNC;
+        case 'a':
+            return O_RDWR | O_CREAT;
+        default:
+            return -1;
+    }
+}
+
+// Opens `path` as TIFFOpen does, with its messages, but without waiting: open() and every read
+// of a named pipe no program writes to block for good. libtiff seeks, so it can neither read nor
+// write a TIFF through a pipe or socket: those are refused with an Error. Directories and devices
+// go on to libtiff, which answers for them as it always has. -1 once the failure is reported.
+inline int OpenWithoutWaiting(const char* path, int flags) {
+    constexpr const char* kModule = "TIFFOpen";
+    const int fd = open(path, flags | O_NONBLOCK, 0666);
+    if (fd < 0) {
+        const char* reason = errno > 0 ? std::strerror(errno) : nullptr;
+        TIFFErrorExtR(nullptr, kModule, "%s: %s", path, reason != nullptr ? reason : "Cannot open");
+        return -1;
+    }
+    // Asked of the descriptor, not the path: what is checked is what libtiff gets.
+    struct stat status;
+    if (fstat(fd, &status) != 0 || S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)) {
+        close(fd);
+        TIFFErrorExtR(nullptr, kModule, "%s: Cannot use a pipe or socket: a TIFF file must allow seeking",
+                      path);
+        return -1;
+    }
+    const int statusFlags = fcntl(fd, F_GETFL);
+    if (statusFlags == -1 || fcntl(fd, F_SETFL, statusFlags & ~O_NONBLOCK) == -1) {
+        const char* reason = std::strerror(errno);
+        close(fd);
+        TIFFErrorExtR(nullptr, kModule, "%s: %s", path, reason != nullptr ? reason : "Cannot open");
+        return -1;
+    }
+    return fd;
+}
+
+// TIFFOpenExt through OpenWithoutWaiting.
+inline TIFF* OpenPathExt(const char* path, const char* mode, TIFFOpenOptions* options) {
+    const int flags = OpenFlags(mode);
+    // libtiff reports a bad mode itself, before it opens anything.
+    if (flags == -1) return TIFFOpenExt(path, mode, options);
+    const int fd = OpenWithoutWaiting(path, flags);
+    if (fd == -1) return nullptr;
+    TIFF* tiff = TIFFFdOpenExt(fd, path, mode, options);
+    if (tiff == nullptr) close(fd);
+    return tiff;
+}
 }  // namespace open_limits_detail
 
 // Whether libtiff reads the first directory when it opens with `mode`: "w" creates a file and
@@ -49,11 +108,13 @@ inline bool ReadsDirectory(const char* mode) {
     return std::strpbrk(mode, "wa") == nullptr;
 }
 
-// TIFFOpen with the allocation bound; nil when the options cannot be made either.
+// TIFFOpen with the allocation bound, refusing pipes and sockets; nil when the options cannot be
+// made either.
 inline TIFF* OpenBoundedFile(const char* path, const char* mode) {
     const auto options = open_limits_detail::Bounded();
     if (!options) return nullptr;
-    TIFF* tiff = open_limits_detail::WritableOrClosed(TIFFOpenExt(path, mode, options.get()), mode);
+    TIFF* tiff = open_limits_detail::WritableOrClosed(
+        open_limits_detail::OpenPathExt(path, mode, options.get()), mode);
     NoteDirectoryChanged(tiff, ReadsDirectory(mode));
     return tiff;
 }

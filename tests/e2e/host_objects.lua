@@ -243,6 +243,12 @@ T.group("Assignable rows", function()
     T.raises("OutOfBoundsException", "index out of range", function() o:Item(-1) end)
   end)
 
+  T.test("assign to a host value that is no plugin object is a Lua error", function()
+    for _, v in ipairs({ MemoryBlock(4), String("x"), NewPicture(1, 1), FolderItem("x") }) do
+      T.falsy(pcall(assign, v, "Item", 1, 0), "assign to " .. tostring(v))
+    end
+  end)
+
   T.test("a setter with a default parameter; replaced strings are released", function()
     local o = FixtureTQV()
     assign(o, "Cell", "a", 1)

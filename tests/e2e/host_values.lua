@@ -34,7 +34,33 @@ T.group("Memory blocks", function()
     end
     T.falsy(pcall(mb.SetBytes, mb, math.maxinteger - 1, "abc"), "SetBytes")
     T.falsy(pcall(mb.Bytes, mb, 8, math.maxinteger), "Bytes")
+    T.falsy(pcall(mb.Bytes, mb, math.mininteger), "Bytes to the end from far below the block")
     T.eq(mb:UInt32(12), 0); T.eq(mb:Bytes(16), "")
+  end)
+
+  T.test("built-ins refuse fractions, wrong types, values a field cannot hold and NULs in paths", function()
+    local mb, p = MemoryBlock(8), NewPicture(2, 2)
+    local wrong = {
+      ["MemoryBlock(1.5)"] = function() return MemoryBlock(1.5) end,
+      ["MemoryBlock('8')"] = function() return MemoryBlock("8") end,
+      ["Byte(1.5)"] = function() return mb:Byte(1.5) end,
+      ["Bytes(0, '2')"] = function() return mb:Bytes(0, "2") end,
+      ["SetByte(0, 256)"] = function() mb:SetByte(0, 256) end,
+      ["SetByte(0, 'x')"] = function() mb:SetByte(0, "x") end,
+      ["SetUInt16(0, -1)"] = function() mb:SetUInt16(0, -1) end,
+      ["SetUInt32(4, 2^32)"] = function() mb:SetUInt32(4, 2 ^ 32) end,
+      ["Pixel(1.5, 0)"] = function() return p:Pixel(1.5, 0) end,
+      ["SetPixel(0, 0, 300, 0, 0)"] = function() p:SetPixel(0, 0, 300, 0, 0) end,
+      ["String('x', 1.5)"] = function() return String("x", 1.5) end,
+      ["String('x', 2^40)"] = function() return String("x", 2 ^ 40) end,
+      ["FolderItem('x\\0y.tif')"] = function() return FolderItem("x\0y.tif") end,
+      ["host.onYield(5)"] = function() host.onYield(5) end,
+    }
+    for name, call in pairs(wrong) do T.falsy(pcall(call), name) end
+    T.eq(mb:Bytes(), string.rep("\0", 8), "nothing written")
+    T.eq(p:Pixel(0, 0), 0, "no pixel set")
+    mb:SetByte(0, 255.0); mb:SetUInt16(2, 65535); mb:SetUInt32(4, 4294967295)
+    T.eq(mb:Bytes(), "\255\0\255\255\255\255\255\255", "the largest values of each field")
   end)
 
   T.test("a nil block raises the plugin's exception", function()

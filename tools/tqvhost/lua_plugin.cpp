@@ -216,10 +216,11 @@ void installClass(lua_State* L, Class* cls) {
 // ---- assign(object, name, value, args...) ---------------------------------------------------
 
 int assign(lua_State* L, Failure& f) {
-    auto* o = static_cast<ObjectHandle*>(toHandle(L, 1));
+    // Only a plugin object is an ObjectHandle: the kind is asked before the cast.
+    Handle* h = toHandle(L, 1);
+    auto* o = h && h->kind() == Kind::Object ? static_cast<ObjectHandle*>(h) : nullptr;
     const char* name = lua_tostring(L, 2);
-    if (!o || o->kind() != Kind::Object || o->dead() || !name)
-        return f.message = "assign(object, name, value, ...) expected", 0;
+    if (!o || o->dead() || !name) return f.message = "assign(object, name, value, ...) expected", 0;
     int count = lua_gettop(L) - 3;
     bool refused = false;
     const Method* chosen = chooseRow(

@@ -2,9 +2,12 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <new>
+#include <optional>
 
 #include "lua_host.h"
 #include "tqvhost/host.h"
@@ -25,11 +28,44 @@ struct Wrapper {
     HostRef ref;
 };
 
-// luaL_optinteger without the longjmp: bodies must not raise with C++ objects alive.
-lua_Integer optInteger(lua_State* L, int idx, lua_Integer fallback) {
-    int ok = 0;
-    lua_Integer v = lua_tointegerx(L, idx, &ok);
-    return ok ? v : fallback;
+// An integer argument of a built-in, held to the rule of the plugin's Integer parameters: a
+// number with an integral value (5.0 counts) from lo to hi. An absent or nil argument gives
+// `fallback` when there is one. Anything else sets a failure naming `what` and gives nullopt:
+// read as 0 or the fallback, a wrong argument would read or write another place or value
+// without a word. (luaL_checkinteger would longjmp past C++ objects alive in the body.)
+std::optional<lua_Integer> integerArg(lua_State* L, int idx, const char* what, Failure& f,
+                                      std::optional<lua_Integer> fallback = std::nullopt,
+                                      lua_Integer lo = LUA_MININTEGER, lua_Integer hi = LUA_MAXINTEGER) {
+    if (fallback && lua_isnoneornil(L, idx)) return fallback;
+    int isInteger = 0;
+    const lua_Integer v = lua_tointegerx(L, idx, &isInteger);
+    if (lua_type(L, idx) != LUA_TNUMBER || !isInteger) {
+        std::string got = luaL_typename(L, idx);
+        if (lua_type(L, idx) == LUA_TNUMBER) {
+            lua_pushvalue(L, idx);
+            got = lua_tostring(L, -1);
+            lua_pop(L, 1);
+        }
+        f.message = std::string(what) + ": an integer expected, got " + got;
+        return std::nullopt;
+    }
+    if (v < lo || v > hi) {
+        f.message = std::string(what) + ": " + std::to_string(v) + " is outside " + std::to_string(lo) +
+                    " to " + std::to_string(hi);
+        return std::nullopt;
+    }
+    return v;
+}
+
+// A path argument: a Lua string without NUL bytes (the file system would see only the bytes
+// before the first one, and act on another file). nullptr with a failure naming `what` otherwise.
+const char* pathArg(lua_State* L, int idx, const char* what, Failure& f) {
+    size_t n = 0;
+    const char* path = lua_type(L, idx) == LUA_TSTRING ? lua_tolstring(L, idx, &n) : nullptr;
+    if (!path) return f.message = std::string(what) + " expected", nullptr;
+    if (std::strlen(path) != n)
+        return f.message = std::string(what) + ": the path contains a NUL byte", nullptr;
+    return path;
 }
 
 Wrapper* toWrapper(lua_State* L, int idx) {
@@ -292,7 +328,9 @@ template <class T>
 int readScalar(lua_State* L, Failure& f) {
     auto* mb = handleOf<MemoryBlockHandle>(L, 1, Kind::MemoryBlock);
     if (!mb) return f.message = "MemoryBlock expected", 0;
-    size_t at = checkedRange(mb, optInteger(L, 2, 0), sizeof(T), f);
+    const auto offset = integerArg(L, 2, "MemoryBlock: offset", f, 0);
+    if (!offset) return 0;
+    size_t at = checkedRange(mb, *offset, sizeof(T), f);
     if (f) return 0;
     T v;
     std::memcpy(&v, mb->data() + at, sizeof v);
@@ -304,9 +342,15 @@ template <class T>
 int writeScalar(lua_State* L, Failure& f) {
     auto* mb = handleOf<MemoryBlockHandle>(L, 1, Kind::MemoryBlock);
     if (!mb) return f.message = "MemoryBlock expected", 0;
-    size_t at = checkedRange(mb, optInteger(L, 2, 0), sizeof(T), f);
+    const auto offset = integerArg(L, 2, "MemoryBlock: offset", f, 0);
+    if (!offset) return 0;
+    size_t at = checkedRange(mb, *offset, sizeof(T), f);
     if (f) return 0;
-    T v = static_cast<T>(optInteger(L, 3, 0));
+    // Only what the field holds: cut to its low bits, another value would be stored unannounced.
+    const auto value =
+        integerArg(L, 3, "MemoryBlock: value", f, 0, 0, lua_Integer{std::numeric_limits<T>::max()});
+    if (!value) return 0;
+    T v = static_cast<T>(*value);
     std::memcpy(mb->data() + at, &v, sizeof v);
     return 0;
 }
@@ -314,11 +358,16 @@ int writeScalar(lua_State* L, Failure& f) {
 int mbBytes(lua_State* L, Failure& f) {
     auto* mb = handleOf<MemoryBlockHandle>(L, 1, Kind::MemoryBlock);
     if (!mb) return f.message = "MemoryBlock expected", 0;
-    lua_Integer offset = optInteger(L, 2, 0);
-    lua_Integer length = lua_isnoneornil(L, 3) ? mb->size() - offset : lua_tointeger(L, 3);
-    size_t at = checkedRange(mb, offset, length, f);
+    const auto given = integerArg(L, 2, "MemoryBlock: offset", f, 0);
+    if (!given) return 0;
+    const lua_Integer offset = *given;
+    // The rest of the block only from an offset not below 0: the size less an offset far below 0
+    // overflows. A negative offset is refused below.
+    const auto length = integerArg(L, 3, "MemoryBlock: length", f, offset < 0 ? 0 : mb->size() - offset);
+    if (!length) return 0;
+    size_t at = checkedRange(mb, offset, *length, f);
     if (f) return 0;
-    lua_pushlstring(L, reinterpret_cast<const char*>(mb->data() + at), static_cast<size_t>(length));
+    lua_pushlstring(L, reinterpret_cast<const char*>(mb->data() + at), static_cast<size_t>(*length));
     return 1;
 }
 
@@ -327,7 +376,9 @@ int mbSetBytes(lua_State* L, Failure& f) {
     size_t n = 0;
     const char* bytes = lua_tolstring(L, 3, &n);
     if (!mb || !bytes) return f.message = "MemoryBlock:SetBytes(offset, bytes) expected", 0;
-    size_t at = checkedRange(mb, optInteger(L, 2, 0), static_cast<lua_Integer>(n), f);
+    const auto offset = integerArg(L, 2, "MemoryBlock: offset", f, 0);
+    if (!offset) return 0;
+    size_t at = checkedRange(mb, *offset, static_cast<lua_Integer>(n), f);
     if (f) return 0;
     std::memcpy(mb->data() + at, bytes, n);
     return 0;
@@ -336,7 +387,10 @@ int mbSetBytes(lua_State* L, Failure& f) {
 PictureHandle* pictureArg(lua_State* L, Failure& f, int32_t* x, int32_t* y) {
     auto* p = handleOf<PictureHandle>(L, 1, Kind::Picture);
     if (!p) return f.message = "Picture expected", nullptr;
-    lua_Integer px = lua_tointeger(L, 2), py = lua_tointeger(L, 3);
+    const auto givenX = integerArg(L, 2, "Picture: x", f);
+    const auto givenY = givenX ? integerArg(L, 3, "Picture: y", f) : std::nullopt;
+    if (!givenY) return nullptr;
+    const lua_Integer px = *givenX, py = *givenY;
     if (p->dead() || px < 0 || py < 0 || px >= p->width() || py >= p->height()) {
         f.message =
             "Picture: pixel (" + std::to_string(px) + ", " + std::to_string(py) + ") outside the picture";
@@ -361,15 +415,21 @@ int picSetPixel(lua_State* L, Failure& f) {
     int32_t x, y;
     PictureHandle* p = pictureArg(L, f, &x, &y);
     if (!p) return 0;
-    auto byte = [&](int i) { return static_cast<uint32_t>(lua_tointeger(L, i)) & 0xFF; };
-    p->setPixel(x, y, byte(4) << 16 | byte(5) << 8 | byte(6));
+    uint32_t rgb = 0;
+    for (int i = 4; i <= 6; ++i) {
+        const auto channel = integerArg(L, i, "Picture: colour", f, std::nullopt, 0, 255);
+        if (!channel) return 0;
+        rgb = rgb << 8 | static_cast<uint32_t>(*channel);
+    }
+    p->setPixel(x, y, rgb);
     return 0;
 }
 
 int picSave(lua_State* L, Failure& f) {
     auto* p = handleOf<PictureHandle>(L, 1, Kind::Picture);
-    const char* path = lua_tostring(L, 2);
-    if (!p || !path) return f.message = "Picture:Save(path) expected", 0;
+    if (!p) return f.message = "Picture:Save(path) expected", 0;
+    const char* path = pathArg(L, 2, "Picture:Save(path)", f);
+    if (!path) return 0;
     std::string error;
     if (!savePng(p, path, &error)) return f.message = std::string("Save: ") + path + ": " + error, 0;
     return 0;
@@ -552,14 +612,15 @@ int newString(lua_State* L, Failure& f) {
     size_t n;
     const char* bytes = lua_tolstring(L, 1, &n);
     if (!bytes) return f.message = "String(bytes, encoding) expected", 0;
-    lua_Integer encoding = lua_isnoneornil(L, 2) ? kREALTextEncodingUTF8 : lua_tointeger(L, 2);
-    pushHandle(L, tqvhost::newString(std::string_view(bytes, n), static_cast<uint32_t>(encoding)));
+    const auto encoding = integerArg(L, 2, "String: encoding", f, kREALTextEncodingUTF8, 0, UINT32_MAX);
+    if (!encoding) return 0;
+    pushHandle(L, tqvhost::newString(std::string_view(bytes, n), static_cast<uint32_t>(*encoding)));
     return 1;
 }
 
 int newFolderItem(lua_State* L, Failure& f) {
-    const char* path = lua_tostring(L, 1);
-    if (!path) return f.message = "FolderItem(path) expected", 0;
+    const char* path = pathArg(L, 1, "FolderItem(path)", f);
+    if (!path) return 0;
     std::string full = path;
     if (full.empty() || full[0] != '/') {
         char cwd[PATH_MAX];
@@ -570,25 +631,27 @@ int newFolderItem(lua_State* L, Failure& f) {
 }
 
 int newMemoryBlock(lua_State* L, Failure& f) {
-    lua_Integer size = lua_tointeger(L, 1);
-    if (size < 0 || size > INT32_MAX - 1) return f.message = "MemoryBlock(size): bad size", 0;
-    pushHandle(L, makeHandle<MemoryBlockHandle>(static_cast<int32_t>(size)));
+    const auto size = integerArg(L, 1, "MemoryBlock(size)", f, std::nullopt, 0, INT32_MAX - 1);
+    if (!size) return 0;
+    pushHandle(L, makeHandle<MemoryBlockHandle>(static_cast<int32_t>(*size)));
     return 1;
 }
 
 int newPicture(lua_State* L, Failure& f) {
-    lua_Integer w = lua_tointeger(L, 1), h = lua_tointeger(L, 2), d = optInteger(L, 3, 32);
-    if (w < 1 || h < 1 || w > INT32_MAX || h > INT32_MAX || d < 1 || d > 32)
-        return f.message = "NewPicture(w, h, depth): bad size or depth", 0;
-    PictureHandle* p = makePicture(static_cast<int32_t>(w), static_cast<int32_t>(h), static_cast<int32_t>(d));
+    const auto w = integerArg(L, 1, "NewPicture: width", f, std::nullopt, 1, INT32_MAX);
+    const auto h = w ? integerArg(L, 2, "NewPicture: height", f, std::nullopt, 1, INT32_MAX) : std::nullopt;
+    const auto d = h ? integerArg(L, 3, "NewPicture: depth", f, 32, 1, 32) : std::nullopt;
+    if (!d) return 0;
+    PictureHandle* p =
+        makePicture(static_cast<int32_t>(*w), static_cast<int32_t>(*h), static_cast<int32_t>(*d));
     if (!p) return f.message = "NewPicture: the host cannot make that picture", 0;
     pushHandle(L, p);
     return 1;
 }
 
 int loadPicture(lua_State* L, Failure& f) {
-    const char* path = lua_tostring(L, 1);
-    if (!path) return f.message = "LoadPicture(path) expected", 0;
+    const char* path = pathArg(L, 1, "LoadPicture(path)", f);
+    if (!path) return 0;
     std::string error;
     PictureHandle* p = loadPng(path, &error);
     if (!p) return lua_pushnil(L), lua_pushstring(L, error.c_str()), 2;
@@ -650,6 +713,9 @@ int hostFailAfter(lua_State* L, Failure& f) {
 }
 
 int hostOnYield(lua_State* L) {
+    // Not an entry() body: nothing of C++ lives here for the error's longjmp to skip.
+    if (!lua_isnoneornil(L, 1) && !lua_isfunction(L, 1))
+        return luaL_error(L, "host.onYield(fn): a function or nil expected");
     lua_settop(L, 1);
     lua_setfield(L, LUA_REGISTRYINDEX, "tqv.onYield");
     return 0;
