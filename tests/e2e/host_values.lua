@@ -47,7 +47,7 @@ T.group("Memory blocks", function()
       ["Bytes(0, '2')"] = function() return mb:Bytes(0, "2") end,
       ["SetByte(0, 256)"] = function() mb:SetByte(0, 256) end,
       ["SetByte(0, 'x')"] = function() mb:SetByte(0, "x") end,
-      ["SetUInt16(0, -1)"] = function() mb:SetUInt16(0, -1) end,
+      ["SetUInt16(0, -32769)"] = function() mb:SetUInt16(0, -32769) end,
       ["SetUInt32(4, 2^32)"] = function() mb:SetUInt32(4, 2 ^ 32) end,
       ["Pixel(1.5, 0)"] = function() return p:Pixel(1.5, 0) end,
       ["SetPixel(0, 0, 300, 0, 0)"] = function() p:SetPixel(0, 0, 300, 0, 0) end,
@@ -61,6 +61,8 @@ T.group("Memory blocks", function()
     T.eq(p:Pixel(0, 0), 0, "no pixel set")
     mb:SetByte(0, 255.0); mb:SetUInt16(2, 65535); mb:SetUInt32(4, 4294967295)
     T.eq(mb:Bytes(), "\255\0\255\255\255\255\255\255", "the largest values of each field")
+    mb:SetByte(0, -128); mb:SetUInt16(2, -1); mb:SetUInt32(4, -2147483648)
+    T.eq(mb:Bytes(), "\128\0\255\255\0\0\0\128", "the smallest, as their signed counterparts")
   end)
 
   T.test("a nil block raises the plugin's exception", function()

@@ -8,6 +8,7 @@
 #include <limits>
 #include <new>
 #include <optional>
+#include <type_traits>
 
 #include "lua_host.h"
 #include "tqvhost/host.h"
@@ -346,9 +347,11 @@ int writeScalar(lua_State* L, Failure& f) {
     if (!offset) return 0;
     size_t at = checkedRange(mb, *offset, sizeof(T), f);
     if (f) return 0;
-    // Only what the field holds: cut to its low bits, another value would be stored unannounced.
-    const auto value =
-        integerArg(L, 3, "MemoryBlock: value", f, 0, 0, lua_Integer{std::numeric_limits<T>::max()});
+    // Only what the field holds, unsigned or as its signed counterpart (-1 stores all bits set, as
+    // programs have written it): cut to its low bits, another value would be stored unannounced.
+    const auto value = integerArg(L, 3, "MemoryBlock: value", f, 0,
+                                  lua_Integer{std::numeric_limits<std::make_signed_t<T>>::min()},
+                                  lua_Integer{std::numeric_limits<T>::max()});
     if (!value) return 0;
     T v = static_cast<T>(*value);
     std::memcpy(mb->data() + at, &v, sizeof v);
