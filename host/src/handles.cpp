@@ -1,6 +1,7 @@
 #include "tqvhost/handles.h"
 
 #include <cstdio>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -58,7 +59,11 @@ Handle* Accounts::find(const void* address) {
     return it == state().handles.end() ? nullptr : it->second;
 }
 
-Handle* Accounts::check(const void* address, const char* service, bool (*kindOk)(Kind)) {
+namespace {
+
+// The checks of Accounts::check, with the kind asked by `kindOk` or compared with `expected`.
+Handle* checked(const void* address, const char* service, bool (*kindOk)(Kind),
+                std::optional<Kind> expected) {
     if (!address) return nullptr;
     // The report's prefix is formatted only for a report: this check runs on every service call.
     const auto where = [&] {
@@ -66,20 +71,30 @@ Handle* Accounts::check(const void* address, const char* service, bool (*kindOk)
         std::snprintf(text, sizeof text, "%s(%p): ", service, address);
         return std::string(text);
     };
-    Handle* h = find(address);
+    Handle* h = Accounts::find(address);
     if (!h) {
-        error(where() + "not a host handle");
+        Accounts::error(where() + "not a host handle");
         return nullptr;
     }
     if (h->dead()) {
-        error(where() + "dead " + kindName(h->kind()));
+        Accounts::error(where() + "dead " + kindName(h->kind()));
         return nullptr;
     }
-    if (kindOk && !kindOk(h->kind())) {
-        error(where() + "wrong kind of handle (" + kindName(h->kind()) + ")");
+    if ((kindOk && !kindOk(h->kind())) || (expected && h->kind() != *expected)) {
+        Accounts::error(where() + "wrong kind of handle (" + kindName(h->kind()) + ")");
         return nullptr;
     }
     return h;
+}
+
+}  // namespace
+
+Handle* Accounts::check(const void* address, const char* service, bool (*kindOk)(Kind)) {
+    return checked(address, service, kindOk, std::nullopt);
+}
+
+Handle* Accounts::check(const void* address, const char* service, Kind expected) {
+    return checked(address, service, nullptr, expected);
 }
 
 void Accounts::settle(Handle* h) {

@@ -76,33 +76,14 @@ Raw rawOf(TypeKind kind, const Value& v, Frame& f, bool array) {
     return r;
 }
 
-// The handle kind a declared type holds: a plugin that answers "as memoryblock" with a string
-// would have the runtime treat that string as a block.
-bool (*kindOkFor(TypeKind kind))(Kind) {
-    switch (kind) {
-        case TypeKind::String:
-            return [](Kind k) { return k == Kind::String; };
-        case TypeKind::MemoryBlock:
-            return [](Kind k) { return k == Kind::MemoryBlock; };
-        case TypeKind::Picture:
-            return [](Kind k) { return k == Kind::Picture; };
-        case TypeKind::FolderItem:
-            return [](Kind k) { return k == Kind::FolderItem; };
-        case TypeKind::Graphics:
-            return [](Kind k) { return k == Kind::Graphics; };
-        case TypeKind::Object:
-            return [](Kind k) { return k == Kind::Object; };
-        default:
-            return nullptr;
-    }
-}
-
 // A handle the plugin hands back (result or byref slot): its lock moves to the host.
 Value valueOfHandle(TypeKind kind, void* p, const char* what) {
     Value v;
     v.kind = kind;
     if (!p) return v;
-    Handle* h = Accounts::check(p, what, kindOkFor(kind));
+    // A plugin that answers "as memoryblock" with a string would have the runtime use the string
+    // as a block.
+    Handle* h = Accounts::check(p, what, handleKindOf(kind));
     if (h) {
         Accounts::takeBack(h, what);
         v.handle = HostRef::adopt(h);
@@ -270,6 +251,23 @@ Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Ar
             args[i].value = args[static_cast<size_t>(args[i].sameVariableAs)].value;
     }
     return assigned ? Value{} : valueOf(decl.result.kind, r, "result");
+}
+
+Kind handleKindOf(TypeKind kind) {
+    switch (kind) {
+        case TypeKind::String:
+            return Kind::String;
+        case TypeKind::MemoryBlock:
+            return Kind::MemoryBlock;
+        case TypeKind::Picture:
+            return Kind::Picture;
+        case TypeKind::FolderItem:
+            return Kind::FolderItem;
+        case TypeKind::Graphics:
+            return Kind::Graphics;
+        default:
+            return Kind::Object;
+    }
 }
 
 Value getProperty(ObjectHandle* object, const Property& property) {

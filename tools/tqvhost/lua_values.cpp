@@ -173,23 +173,6 @@ void pushValue(lua_State* L, const Value& v) {
     }
 }
 
-static Kind handleKind(TypeKind t) {
-    switch (t) {
-        case TypeKind::String:
-            return Kind::String;
-        case TypeKind::MemoryBlock:
-            return Kind::MemoryBlock;
-        case TypeKind::Picture:
-            return Kind::Picture;
-        case TypeKind::FolderItem:
-            return Kind::FolderItem;
-        case TypeKind::Graphics:
-            return Kind::Graphics;
-        default:
-            return Kind::Object;
-    }
-}
-
 // A number with an integral value (5.0 counts) within the range of Integer or Color.
 static bool fitsInteger(lua_State* L, int idx, TypeKind kind) {
     int isInteger = 0;
@@ -230,7 +213,7 @@ bool matchesType(lua_State* L, int idx, const Type& type, bool array) {
     if (lt == LUA_TNIL) return true;
     if (type.kind == TypeKind::String && lt == LUA_TSTRING) return true;
     Handle* h = toHandle(L, idx);
-    if (!h || h->kind() != handleKind(type.kind)) return false;
+    if (!h || h->kind() != handleKindOf(type.kind)) return false;
     if (type.kind != TypeKind::Object) return true;
     return equalsIgnoringCase(static_cast<ObjectHandle*>(h)->cls()->name, type.className);
 }

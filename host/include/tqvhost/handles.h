@@ -56,6 +56,8 @@ class Accounts {
     static Handle* find(const void* address);
     // Like find(), but reports unknown, dead or wrong-kind handles (as `service`) and answers nullptr.
     static Handle* check(const void* address, const char* service, bool (*kindOk)(Kind));
+    // The same, for a handle that must be of kind `expected`.
+    static Handle* check(const void* address, const char* service, Kind expected);
     static void registerHandle(Handle* h);
 
     static void hostLock(Handle* h);

@@ -45,6 +45,9 @@ struct Arg {
 Value callDeclared(void* fn, const Declaration& decl, void* self, std::vector<Arg>& args,
                    const Value* assigned = nullptr);
 
+// The kind of handle a declared type holds (Object for the types that hold none).
+Kind handleKindOf(TypeKind kind);
+
 Value getProperty(ObjectHandle* object, const Property& property);
 void setProperty(ObjectHandle* object, const Property& property, const Value& value);
 
